@@ -1,0 +1,175 @@
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "TEVPoll/EpollFD.h"
+#include "TEVPoll/EventFD.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Pipe {
+  int fds[2]{-1, -1};
+  Pipe() { EXPECT_EQ(::pipe(fds), 0); }
+  ~Pipe() {
+    ::close(fds[0]);
+    ::close(fds[1]);
+  }
+  int readEnd() const { return fds[0]; }
+  void put() const { ASSERT_EQ(::write(fds[1], "x", 1), 1); }
+};
+
+TEST(Epoll, TriggerFromAnotherThreadWakesTheWaiterWhichRunsTheCallback) {
+  TEVPoll::EpollFD epoll;
+  std::atomic<int> calls{0};
+  void* seenUser = nullptr;
+  int marker = 0;
+  TEVPoll::EventFD wake(
+      epoll,
+      [&](void* user, std::uint32_t events) {
+        seenUser = user;
+        EXPECT_TRUE(events & 1u);  // EPOLLIN
+        ++calls;
+      },
+      &marker);
+
+  std::thread waiter([&] { epoll.Wait(); });
+  std::this_thread::sleep_for(20ms);
+  EXPECT_EQ(calls, 0);  // still blocked: nothing was ready
+  wake.Trigger();
+  waiter.join();
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(seenUser, &marker);
+
+  // Several triggers before one wait are one wake-up: the counter is drained.
+  wake.Trigger();
+  wake.Trigger();
+  epoll.Wait();
+  EXPECT_EQ(calls, 2);
+}
+
+TEST(Epoll, ReadyDescriptorsRunOnlyWhileReadIsEnabled) {
+  TEVPoll::EpollFD epoll;
+  Pipe pipe;
+  int calls = 0;
+  TEVPoll::EpollAssociation association(epoll, pipe.readEnd(),
+                                        [&](void*, std::uint32_t) { ++calls; }, nullptr);
+  TEVPoll::EventFD wake(epoll, [](void*, std::uint32_t) {}, nullptr);
+  pipe.put();
+  wake.Trigger();
+  epoll.Wait();  // only the wake-up is reported: read is not enabled yet
+  EXPECT_EQ(calls, 0);
+
+  association.EnableRead(true);
+  epoll.Wait();
+  EXPECT_EQ(calls, 1);
+
+  association.EnableRead(false);
+  wake.Trigger();
+  epoll.Wait();
+  EXPECT_EQ(calls, 1);
+}
+
+// Each callback destroys both associations; whichever runs first, the other
+// must not run, and nothing freed may be touched (ASan watches).
+TEST(Epoll, CallbackThatDestroysItsOwnAndAnotherAssociation) {
+  TEVPoll::EpollFD epoll;
+  Pipe first, second;
+  std::unique_ptr<TEVPoll::EpollAssociation> a, b;
+  int calls = 0;
+  auto destroyBoth = [&](void*, std::uint32_t) {
+    ++calls;
+    a.reset();
+    b.reset();
+  };
+  a = std::make_unique<TEVPoll::EpollAssociation>(epoll, first.readEnd(), destroyBoth, nullptr);
+  b = std::make_unique<TEVPoll::EpollAssociation>(epoll, second.readEnd(), destroyBoth, nullptr);
+  a->EnableRead(true);
+  b->EnableRead(true);
+  first.put();
+  second.put();
+  epoll.Wait();
+  EXPECT_EQ(calls, 1);
+  EXPECT_FALSE(a);
+  EXPECT_FALSE(b);
+}
+
+TEST(Epoll, MovedAssociationKeepsItsRegistration) {
+  TEVPoll::EpollFD epoll;
+  Pipe pipe;
+  int calls = 0;
+  TEVPoll::EpollAssociation original(epoll, pipe.readEnd(), [&](void*, std::uint32_t) { ++calls; },
+                                     nullptr);
+  TEVPoll::EpollAssociation moved(std::move(original));
+  moved.EnableRead(true);
+  EXPECT_EQ(moved.GetFD(), pipe.readEnd());
+  EXPECT_EQ(original.GetFD(), -1);
+  pipe.put();
+  epoll.Wait();
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(Epoll, AssociationMayOutliveItsEpollInstance) {
+  Pipe pipe;
+  auto epoll = std::make_unique<TEVPoll::EpollFD>();
+  TEVPoll::EpollAssociation association(*epoll, pipe.readEnd(), [](void*, std::uint32_t) {},
+                                        nullptr);
+  epoll.reset();
+  // Destroying the association afterwards must not use the closed descriptor.
+}
+
+TEST(Epoll, RegisteringABadDescriptorThrows) {
+  TEVPoll::EpollFD epoll;
+  EXPECT_THROW(TEVPoll::EpollAssociation(epoll, -1, [](void*, std::uint32_t) {}, nullptr),
+               std::system_error);
+}
+
+std::atomic<int> signalsSeen{0};
+void countSignal(int) { ++signalsSeen; }
+
+TEST(Epoll, SignalsDoNotEndTheWait) {
+  struct sigaction action{};
+  action.sa_handler = countSignal;  // no SA_RESTART: epoll_wait fails with EINTR
+  struct sigaction previous{};
+  ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
+
+  TEVPoll::EpollFD epoll;
+  std::atomic<bool> woken{false};
+  TEVPoll::EventFD wake(epoll, [&](void*, std::uint32_t) { woken = true; }, nullptr);
+  std::atomic<bool> returned{false};
+  std::thread waiter([&] {
+    epoll.Wait();
+    returned = true;
+  });
+  for (int i = 0; i < 5; ++i) {
+    std::this_thread::sleep_for(10ms);
+    ::pthread_kill(waiter.native_handle(), SIGUSR1);
+  }
+  while (signalsSeen < 5) std::this_thread::sleep_for(1ms);
+  std::this_thread::sleep_for(10ms);
+  EXPECT_FALSE(returned);
+  wake.Trigger();
+  waiter.join();
+  EXPECT_TRUE(woken);
+  ::sigaction(SIGUSR1, &previous, nullptr);
+}
+
+TEST(Epoll, MovedEventFDStillWakes) {
+  TEVPoll::EpollFD epoll;
+  int calls = 0;
+  TEVPoll::EventFD original(epoll, [&](void*, std::uint32_t) { ++calls; }, nullptr);
+  TEVPoll::EventFD moved(std::move(original));
+  moved.Trigger();
+  epoll.Wait();
+  EXPECT_EQ(calls, 1);
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+#include <cstdint>
+#include <optional>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "quenta_common/MHz.h"
+
+namespace {
+
+using quenta_common::ChannelNumber;
+using quenta_common::MHz;
+
+// The library's channel-number-to-frequency conversion, every band it knows.
+std::optional<std::uint32_t> channelToFrequency(unsigned n, nl80211_band band) {
+  if (n == 0) return std::nullopt;
+  switch (band) {
+    case NL80211_BAND_2GHZ:
+      if (n == 14) return 2484;
+      if (n <= 13) return 2407 + 5 * n;
+      return std::nullopt;
+    case NL80211_BAND_5GHZ:
+      return (n >= 182 && n <= 196) ? 4000 + 5 * n : 5000 + 5 * n;
+    case NL80211_BAND_60GHZ:
+      if (n <= 6) return 56160 + 2160 * n;
+      return std::nullopt;
+    case NL80211_BAND_6GHZ:
+      if (n == 2) return 5935;
+      if (n <= 253) return 5950 + 5 * n;
+      return std::nullopt;
+    default:
+      return std::nullopt;
+  }
+}
+
+// And back: the first rule that matches wins; no range check on the result.
+std::optional<std::int32_t> frequencyToChannel(std::int32_t f) {
+  std::int32_t n;
+  if (f == 2484) return 14;
+  if (f == 5935) return 2;
+  if (f <= 2483) n = (f - 2407) / 5;
+  else if (f >= 4910 && f <= 4980) n = (f - 4000) / 5;
+  else if (f <= 5949) n = (f - 5000) / 5;
+  else if (f <= 45000) n = (f - 5950) / 5;
+  else if (f >= 58320 && f <= 70200) n = (f - 56160) / 2160;
+  else return std::nullopt;
+  if (n == 0) return std::nullopt;
+  return n;
+}
+
+TEST(Frequency, AgreesWithTheChannelConversionsOverEveryChannel) {
+  int checked = 0;
+  for (auto band : {NL80211_BAND_2GHZ, NL80211_BAND_5GHZ, NL80211_BAND_60GHZ, NL80211_BAND_6GHZ}) {
+    for (unsigned n = 1; n <= 255; ++n) {
+      auto const f = channelToFrequency(n, band);
+      if (!f) continue;
+      SCOPED_TRACE(fmt::format("band {} channel {} = {} MHz", static_cast<int>(band), n, *f));
+      MHz const frequency(*f);
+      auto const expected = frequencyToChannel(static_cast<std::int32_t>(*f));
+      ASSERT_TRUE(expected.has_value());
+      EXPECT_EQ(frequency.GetChannelNumber(), static_cast<std::uint8_t>(*expected));
+      // 5 GHz numbers from 197 up land on the 6 GHz raster and read back as 6 GHz.
+      auto const expectedBand =
+          (band == NL80211_BAND_5GHZ && n >= 197) ? NL80211_BAND_6GHZ : band;
+      EXPECT_EQ(frequency.GetBand(), expectedBand);
+      EXPECT_EQ(channelToFrequency(frequency.GetChannelNumber(), frequency.GetBand()), *f);
+      ++checked;
+    }
+  }
+  EXPECT_EQ(checked, 14 + 255 + 6 + 253);
+}
+
+TEST(Frequency, AgreesWithTheConversionOffTheRasterToo) {
+  for (std::uint32_t f = 0; f <= 80000; ++f) {
+    auto const expected = frequencyToChannel(static_cast<std::int32_t>(f));
+    auto const got = MHz(f).GetChannelNumber();
+    ASSERT_EQ(got, expected ? static_cast<std::uint8_t>(*expected) : 0) << f << " MHz";
+  }
+}
+
+struct BandEdge {
+  std::uint32_t mhz;
+  nl80211_band band;
+  unsigned channel;
+};
+
+class FrequencyEdges : public testing::TestWithParam<BandEdge> {};
+
+TEST_P(FrequencyEdges, BandAndChannel) {
+  auto const& e = GetParam();
+  EXPECT_EQ(MHz(e.mhz).GetBand(), e.band) << e.mhz;
+  EXPECT_EQ(MHz(e.mhz).GetChannelNumber(), e.channel) << e.mhz;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Edges, FrequencyEdges,
+    testing::Values(BandEdge{2412, NL80211_BAND_2GHZ, 1}, BandEdge{2472, NL80211_BAND_2GHZ, 13},
+                    BandEdge{2484, NL80211_BAND_2GHZ, 14}, BandEdge{2407, NL80211_BAND_2GHZ, 0},
+                    BandEdge{4910, NL80211_BAND_5GHZ, 182}, BandEdge{4980, NL80211_BAND_5GHZ, 196},
+                    BandEdge{4920, NL80211_BAND_5GHZ, 184}, BandEdge{5180, NL80211_BAND_5GHZ, 36},
+                    BandEdge{5182, NL80211_BAND_5GHZ, 36}, BandEdge{5925, NL80211_BAND_5GHZ, 185},
+                    BandEdge{5935, NL80211_BAND_6GHZ, 2}, BandEdge{5950, NL80211_BAND_6GHZ, 0},
+                    BandEdge{5955, NL80211_BAND_6GHZ, 1}, BandEdge{7115, NL80211_BAND_6GHZ, 233},
+                    BandEdge{58320, NL80211_BAND_60GHZ, 1}, BandEdge{70200, NL80211_BAND_60GHZ, 6},
+                    BandEdge{50000, NUM_NL80211_BANDS, 0}, BandEdge{70201, NUM_NL80211_BANDS, 0},
+                    BandEdge{0xffffffffu, NUM_NL80211_BANDS, 0}));
+
+TEST(Frequency, FormattersPrintThePlainNumberWithWidthFillAndAlignment) {
+  EXPECT_EQ(fmt::format("{}", MHz(5180)), "5180");
+  EXPECT_EQ(fmt::format("{:6}|", MHz(2412)), "  2412|");
+  EXPECT_EQ(fmt::format("{:<6}|", MHz(2412)), "2412  |");
+  EXPECT_EQ(fmt::format("{:4} MHz (#{:3})", MHz(5180), ChannelNumber(36)), "5180 MHz (# 36)");
+  EXPECT_EQ(fmt::format("{:0>3}", ChannelNumber(6)), "006");
+  EXPECT_EQ(fmt::format("{:^5}", ChannelNumber(255)), " 255 ");
+  EXPECT_EQ(fmt::format("{}", ChannelNumber()), "0");
+}
+
+}  // namespace

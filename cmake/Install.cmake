@@ -1,3 +1,8 @@
+# A build against other fmt headers only proves the code; it installs nothing.
+if(NY80211_FMT_HEADERS)
+  return()
+endif()
+
 include(CMakePackageConfigHelpers)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ny80211)

@@ -84,6 +84,8 @@ struct BandEdge {
   unsigned channel;
 };
 
+void PrintTo(BandEdge const& e, std::ostream* out) { *out << e.mhz << " MHz"; }
+
 class FrequencyEdges : public testing::TestWithParam<BandEdge> {};
 
 TEST_P(FrequencyEdges, BandAndChannel) {

@@ -44,6 +44,8 @@ struct EscapeCase {
   std::string text;
 };
 
+void PrintTo(EscapeCase const& c, std::ostream* out) { *out << '"' << c.text << '"'; }
+
 class SpanFormat : public testing::TestWithParam<EscapeCase> {};
 
 TEST_P(SpanFormat, EveryByteVisibleAndUnambiguous) {

@@ -6,7 +6,7 @@
 set -euo pipefail
 
 native=(
-  cmake g++ make pkg-config
+  cmake g++ make pkg-config python3
   libnl-3-dev libnl-genl-3-dev libnl-route-3-dev
   libfmt-dev libpoco-dev liblttng-ust-dev
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -1,0 +1,147 @@
+#include <exception>
+#include <memory>
+#include <system_error>
+
+#include <fmt/format.h>
+#include <netlink/errno.h>
+#include <netlink/genl/ctrl.h>
+#include <netlink/genl/genl.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/socket.h>
+
+#include "ny80211/Error.h"
+#include "ny80211/GenlMessage.h"
+#include "ny80211/Socket.h"
+#include "trace/Trace.h"
+
+namespace Ny80211 {
+
+namespace {
+
+constexpr int receiveBufferSize = 256 * 1024;
+
+struct SocketDeleter {
+  void operator()(nl_sock* socket) const noexcept { nl_socket_free(socket); }
+};
+struct CallbacksDeleter {
+  void operator()(nl_cb* callbacks) const noexcept { nl_cb_put(callbacks); }
+};
+
+class Lock {
+ public:
+  explicit Lock(pthread_mutex_t& mutex) : mutex_(mutex) {
+    if (int const error = pthread_mutex_lock(&mutex_); error != 0) {
+      throw std::system_error(error, std::generic_category(), "command socket lock");
+    }
+  }
+  ~Lock() { pthread_mutex_unlock(&mutex_); }
+  Lock(Lock const&) = delete;
+  Lock& operator=(Lock const&) = delete;
+
+ private:
+  pthread_mutex_t& mutex_;
+};
+
+}  // namespace
+
+Nl80211Socket::Nl80211Socket() = default;
+
+Nl80211Socket::~Nl80211Socket() {
+  if (callbacks_ != nullptr) nl_cb_put(callbacks_);
+  if (socket_ != nullptr) nl_socket_free(socket_);
+}
+
+void Nl80211Socket::connectSocket() {
+  if (familyID_ != 0) throw Error("already connected");
+  std::unique_ptr<nl_sock, SocketDeleter> socket(nl_socket_alloc());
+  if (!socket) throw Error("netlink socket allocation failed");
+  if (genl_connect(socket.get()) != 0) throw Error("genl connection failed");
+  if (nl_socket_set_buffer_size(socket.get(), receiveBufferSize, 0) != 0) {
+    throw Error("failed to set socket buffer size");
+  }
+  std::unique_ptr<nl_cb, CallbacksDeleter> callbacks(nl_cb_alloc(NL_CB_DEFAULT));
+  if (!callbacks) throw Error("callback allocation failed");
+  nl_socket_set_cb(socket.get(), callbacks.get());
+  int const family = genl_ctrl_resolve(socket.get(), "nl80211");
+  if (family < 0) throw Error("protocol nl80211 not found");
+
+  if (callbacks_ != nullptr) nl_cb_put(callbacks_);
+  if (socket_ != nullptr) nl_socket_free(socket_);
+  socket_ = socket.release();
+  callbacks_ = callbacks.release();
+  familyID_ = family;
+}
+
+// The lock is statically initialised and, like the C code it mirrors, never
+// destroyed.
+CommandSocket::~CommandSocket() = default;
+
+void CommandSocket::connect() { connectSocket(); }
+
+void CommandSocket::sendMessage(GenlMessage& message,
+                                std::function<int(nl_msg*)> const& onValid) {
+  Lock const lock(lock_);
+  message.setGenlFamilyID(Badge<CommandSocket>(), familyID());
+  // A fresh sequence number on every send, so that a command can be sent
+  // again: libnl only numbers a message whose number is still unset.
+  nlmsg_hdr(message.toNlMsg())->nlmsg_seq = NL_AUTO_SEQ;
+
+  if (int const sent = nl_send_auto(socket(), message.toNlMsg()); sent < 0) {
+    throw Error(fmt::format("message send failed: {} ({}); command: {}", nl_geterror(sent), sent,
+                            message.debugInfoString()));
+  }
+
+  bool pending = true;
+  std::unique_ptr<CmdFailure> failure;
+  // An exception of onValid must not unwind through libnl (it would leak the
+  // receive buffer); it is kept, the rest of the exchange is drained so that
+  // the socket stays usable, and then it is rethrown.
+  std::exception_ptr callerException;
+  CallbackSet callbacks(
+      [&](sockaddr_nl*, nlmsgerr* err) -> int {
+        failure = std::make_unique<CmdFailure>(to_string(err));
+        pending = false;
+        return NL_STOP;
+      },
+      [&](nl_msg*) -> int {
+        pending = false;
+        return NL_STOP;
+      },
+      [&](nl_msg*) -> int {
+        message.setAckReceived(Badge<CommandSocket>());
+        pending = false;
+        return NL_STOP;
+      },
+      [&](nl_msg* reply) -> int {
+        if (callerException) return NL_OK;
+        try {
+          return onValid(reply);
+        } catch (...) {
+          callerException = std::current_exception();
+          return NL_OK;
+        }
+      },
+      false);
+
+  while (pending) {
+    int const received = nl_recvmsgs(socket(), callbacks.callbacks());
+    if (failure) break;
+    if (received == -NLE_DUMP_INTR) {
+      throw DumpInterrupted(
+          fmt::format("{}; command: {}", nl_geterror(received), message.debugInfoString()));
+    }
+    if (received < 0) {
+      throw Error(fmt::format("message receive failed: {} ({}); command: {}",
+                              nl_geterror(received), received, message.debugInfoString()));
+    }
+  }
+  if (callerException) std::rethrow_exception(callerException);
+  if (failure) {
+    failure->append(fmt::format("; failed command: {}", message.debugInfoString()));
+    trace::cmdWarn("{}\n", failure->what());
+    throw CmdFailure(*failure);
+  }
+}
+
+}  // namespace Ny80211

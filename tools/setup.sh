@@ -2,7 +2,7 @@
 # Installs every build and test dependency from Debian bookworm packages.
 # Idempotent; prints nothing when everything is already present.
 #   tools/setup.sh            build, test and cross-build dependencies
-#   tools/setup.sh --native   only what a native build and its tests need
+#   tools/setup.sh --native   no cross-build dependencies
 set -euo pipefail
 
 native=(
@@ -23,7 +23,14 @@ cross=(
   libgtest-dev:arm64 libgmock-dev:arm64
 )
 
-want=("${native[@]}")
+# The kernel tests: a Debian kernel with mac80211_hwsim booted under qemu,
+# with the host's hostapd, iw and regulatory database.
+vm=(
+  qemu-system-x86 linux-image-amd64 busybox-static kmod
+  hostapd iw wireless-regdb
+)
+
+want=("${native[@]}" "${vm[@]}")
 with_cross=1
 if [[ "${1:-}" == "--native" ]]; then with_cross=0; elif [[ $# -gt 0 ]]; then
   echo "usage: $0 [--native]" >&2; exit 2

@@ -2,6 +2,9 @@
 #include <memory>
 #include <system_error>
 
+#include <linux/netlink.h>
+#include <sys/socket.h>
+
 #include <fmt/format.h>
 #include <netlink/errno.h>
 #include <netlink/genl/ctrl.h>
@@ -60,6 +63,10 @@ void Nl80211Socket::connectSocket() {
   if (nl_socket_set_buffer_size(socket.get(), receiveBufferSize, 0) != 0) {
     throw Error("failed to set socket buffer size");
   }
+  // Ask the kernel for its extended acknowledgements, so that a rejected
+  // command says why; a kernel without them just sends none.
+  int const on = 1;
+  setsockopt(nl_socket_get_fd(socket.get()), SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
   std::unique_ptr<nl_cb, CallbacksDeleter> callbacks(nl_cb_alloc(NL_CB_DEFAULT));
   if (!callbacks) throw Error("callback allocation failed");
   nl_socket_set_cb(socket.get(), callbacks.get());

@@ -1,0 +1,67 @@
+#pragma once
+// What the kernel tests share: running a command of the VM (iw, hostapd) and
+// reading what it prints.
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Ny80211::testing {
+
+// Runs a shell command and returns its standard output; throws if it fails.
+inline std::string run(std::string const& command) {
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+  if (!pipe) throw std::runtime_error("cannot run " + command);
+  std::string out;
+  std::array<char, 4096> buffer;
+  while (auto n = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) out.append(buffer.data(), n);
+  if (::pclose(pipe.release()) != 0) throw std::runtime_error(command + " failed:\n" + out);
+  return out;
+}
+
+// One interface as `iw dev` prints it.
+struct IwInterface {
+  unsigned wiphy = 0;
+  std::string name;
+  unsigned ifindex = 0;
+  unsigned long long wdev = 0;
+  std::string addr;
+  std::string type;
+  auto operator<=>(IwInterface const&) const = default;
+};
+
+inline std::vector<IwInterface> iwDev() {
+  std::vector<IwInterface> interfaces;
+  unsigned phy = 0;
+  std::istringstream lines(run("iw dev"));
+  std::string line;
+  while (std::getline(lines, line)) {
+    std::istringstream words(line);
+    std::string key;
+    words >> key;
+    if (key.rfind("phy#", 0) == 0) {
+      phy = static_cast<unsigned>(std::stoul(key.substr(4)));
+    } else if (key == "Interface") {
+      interfaces.push_back({});
+      interfaces.back().wiphy = phy;
+      words >> interfaces.back().name;
+    } else if (interfaces.empty()) {
+      continue;
+    } else if (key == "ifindex") {
+      words >> interfaces.back().ifindex;
+    } else if (key == "wdev") {
+      words >> std::hex >> interfaces.back().wdev;
+    } else if (key == "addr") {
+      words >> interfaces.back().addr;
+    } else if (key == "type") {
+      std::getline(words >> std::ws, interfaces.back().type);
+    }
+  }
+  return interfaces;
+}
+
+}  // namespace Ny80211::testing

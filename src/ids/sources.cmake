@@ -1,0 +1,1 @@
+list(APPEND ny80211_sources ids/Identifiers.cpp)

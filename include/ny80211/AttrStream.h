@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -22,6 +23,7 @@ struct nlattr;
 namespace Ny80211 {
 
 class NestedAttr;
+enum class AttrScope : int;
 
 class NY80211_API AttrStream {
  public:
@@ -45,6 +47,10 @@ class NY80211_API AttrStream {
   // Every attribute in message order, duplicates included.
   void forEachAttr(std::function<void(nlattr const*)> const& f) const;
   void forEachAttr(std::function<void(nlattr*)> const& f);
+
+  // Every attribute as text (AttrFmt), then the payload and stream sizes.
+  // Never throws.
+  void printToStream(std::ostream& os, AttrScope scope) const;
 
   // The one writing primitive: runs the writer on the message, then indexes
   // the attribute it wrote. Throws Error "attribute already exists",

@@ -3,7 +3,11 @@
 // reading what it prints.
 
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -63,5 +67,45 @@ inline std::vector<IwInterface> iwDev() {
   }
   return interfaces;
 }
+
+// hostapd running an access point from a configuration text, until the
+// object goes. The configuration names the interface; the access point is up
+// when `iw dev` shows the interface with a channel.
+class Hostapd {
+ public:
+  Hostapd(std::string const& interface, std::string const& config) : interface_(interface) {
+    auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
+    path_ = dir + "/hostapd-" + interface + ".conf";
+    pidFile_ = dir + "/hostapd-" + interface + ".pid";
+    std::ofstream(path_) << "interface=" << interface << "\ndriver=nl80211\n"
+                         << "ctrl_interface=/run/hostapd\n" << config;
+    run("hostapd -B -P " + pidFile_ + " " + path_ + " >/dev/null");
+    for (int i = 0; i < 100; ++i) {
+      if (run("iw dev " + interface + " info").find("\tchannel ") != std::string::npos) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    throw std::runtime_error("hostapd did not start an access point on " + interface);
+  }
+  ~Hostapd() {
+    std::system(("kill $(cat " + pidFile_ + ") 2>/dev/null; while iw dev " + interface_ +
+                 " info | grep -q 'type AP'; do sleep 0.1; done")
+                    .c_str());
+  }
+  Hostapd(Hostapd const&) = delete;
+  Hostapd& operator=(Hostapd const&) = delete;
+
+  // hostapd_cli's command for this interface; throws unless it answers OK.
+  void cli(std::string const& command) const {
+    auto const answer = run("hostapd_cli -p /run/hostapd -i " + interface_ + " " + command);
+    if (answer.find("OK") == std::string::npos) {
+      throw std::runtime_error("hostapd_cli " + command + ": " + answer);
+    }
+  }
+
+ private:
+  std::string interface_;
+  std::string path_;
+  std::string pidFile_;
+};
 
 }  // namespace Ny80211::testing

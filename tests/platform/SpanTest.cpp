@@ -71,6 +71,9 @@ TEST(SpanFormat, WidthAppliesToTheEscapedText) {
   EXPECT_EQ(fmt::format("[{:*<7}]", chars), "[a\\x01**]");
   std::string mutableText = "ok";
   EXPECT_EQ(fmt::format("{}", nycpp::span<char>(mutableText)), "ok");
+  // Joined, each span is one escaped text (fmt's range formatting stays out).
+  std::vector<nycpp::span<const char>> const parts{chars, nycpp::span<const char>("b\\", 2)};
+  EXPECT_EQ(fmt::format("{}", fmt::join(parts, "|")), "a\\x01|b\\x5c");
 }
 
 }  // namespace

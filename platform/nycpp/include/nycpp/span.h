@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace nycpp {
 
@@ -94,6 +95,12 @@ inline std::string escapeChars(char const* data, std::size_t size) {
 }  // namespace detail
 
 }  // namespace nycpp
+
+// Character spans print as one escaped text, not as a range of characters.
+template <class Char>
+  requires std::is_same_v<std::remove_const_t<Char>, char>
+struct fmt::range_format_kind<nycpp::span<Char>, char>
+    : std::integral_constant<fmt::range_format, fmt::range_format::disabled> {};
 
 // Character spans print escaped; width, fill and alignment apply to the escaped text.
 template <class Char>

@@ -1,0 +1,1 @@
+list(APPEND ny80211_sources info/Channel.cpp info/WiPhyInfo.cpp)

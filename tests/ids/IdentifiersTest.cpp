@@ -1,6 +1,5 @@
 #include <net/if.h>
 
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,16 +7,15 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
-#include <netlink/genl/genl.h>
-#include <netlink/msg.h>
 
-#include "ny80211/AttrStream.h"
+#include "TestMessage.h"
 #include "ny80211/Error.h"
 #include "ny80211/Identifiers.h"
 
 namespace {
 
 using namespace Ny80211;
+using Ny80211::testing::TestMessage;
 
 template <class F>
 std::string errorText(F&& f) {
@@ -48,7 +46,7 @@ TEST(Identifiers, NamesResolveAgainstTheSystem) {
             "VAP lookup failed for name 'nosuchifc0' (19)");
 }
 
-TEST(Identifiers, FormatEveryLetterDefinedAndUndefined) {
+TEST(Identifiers, FormatEveryLetterAndRejectOthers) {
   NetIfcID const lo{std::string("lo")};
   auto const loIndex = std::to_string(lo.index());
   WDevID const wdev(0x10000000005ul);  // beyond 32 bits
@@ -59,8 +57,8 @@ TEST(Identifiers, FormatEveryLetterDefinedAndUndefined) {
       {fmt::format("{}|{:i}|{:n}|{:t}", WiPhyID(), WiPhyID(), WiPhyID(), WiPhyID()),
        "wiphy <undefined> (ID <undefined>)|<undefined>|<undefined>|wiphy"},
       {fmt::format("{}|{:i}|{:t}", wdev, wdev, wdev), "wdev 1099511627781|1099511627781|wdev"},
-      {fmt::format("{}|{:i}|{:t}", WDevID(0), WDevID(), WDevID()), "wdev 0|<undefined>|wdev"},
-      {fmt::format("{}", WDevID()), "wdev <undefined>"},
+      {fmt::format("{}|{}|{:i}|{:t}", WDevID(0), WDevID(), WDevID(), WDevID()),
+       "wdev 0|wdev <undefined>|<undefined>|wdev"},
       {fmt::format("{}|{:i}|{:n}|{:t}", lo, lo, lo, lo), "netifc lo|" + loIndex + "|lo|netifc"},
       {fmt::format("{}|{:i}|{:n}|{:t}", VapID(lo), VapID(lo), VapID(lo), VapID(lo)),
        "VAP lo|" + loIndex + "|lo|VAP"},
@@ -68,38 +66,27 @@ TEST(Identifiers, FormatEveryLetterDefinedAndUndefined) {
        "<undefined>|<undefined>|<undefined>|<undefined>"},
   };
   for (auto const& [got, want] : rows) EXPECT_EQ(got, want);
-}
-
-TEST(Identifiers, UnknownFormatLetterIsRejectedWhileParsing) {
-  NetIfcID const lo{std::string("lo")};
-  for (auto spec : {"{:x}", "{:pp}", "{:5i}"}) {
+  // An unknown letter is rejected while parsing.
+  for (auto pattern : {"{:x}", "{:pp}", "{:5i}"}) {
     auto const rejects = [&](auto const& id) {
-      return errorText([&] { (void)fmt::format(fmt::runtime(spec), id); }) == "invalid format";
+      return errorText([&] { (void)fmt::format(fmt::runtime(pattern), id); }) == "invalid format";
     };
-    // An undefined NetIfcID too, although its format('x') answers.
     EXPECT_TRUE(rejects(WiPhyID(1)) && rejects(WDevID()) && rejects(NetIfcID()) && rejects(VapID(lo)))
-        << spec;
+        << pattern;
   }
   EXPECT_EQ(errorText([] { (void)fmt::format(fmt::runtime("{:n}"), WDevID(1)); }), "invalid format");
-  EXPECT_EQ(NetIfcID().format('x'), "<undefined>");
-  EXPECT_EQ(errorText([&] { (void)lo.format('x'); }), "invalid format");
 }
 
-// The attributes that id writes into a fresh generic netlink message, as
-// (type, payload as integer) pairs.
+// The attributes that id writes into a fresh message, as (type, payload) pairs.
 template <class Id>
 std::vector<std::pair<int, unsigned long>> written(Id const& id) {
-  std::unique_ptr<nl_msg, void (*)(nl_msg*)> const msg(nlmsg_alloc(), nlmsg_free);
-  genlmsg_put(msg.get(), NL_AUTO_PORT, NL_AUTO_SEQ, 0, 0, 0, 1, 0);
-  auto* genl = genlmsg_hdr(nlmsg_hdr(msg.get()));
-  AttrStream stream(msg.get(), genlmsg_attrdata(genl, 0), 0);
+  TestMessage m;
+  auto stream = m.stream();
   id.writeTo(stream);
   std::vector<std::pair<int, unsigned long>> attrs;
-  nlattr* attr;
-  int rest;
-  nla_for_each_attr(attr, genlmsg_attrdata(genl, 0), genlmsg_attrlen(genl, 0), rest) {
-    attrs.emplace_back(nla_type(attr), nla_len(attr) == 8 ? nla_get_u64(attr) : nla_get_u32(attr));
-  }
+  m.stream().forEachAttr([&](nlattr* a) {
+    attrs.emplace_back(nla_type(a), nla_len(a) == 8 ? nla_get_u64(a) : nla_get_u32(a));
+  });
   return attrs;
 }
 

@@ -4,32 +4,17 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netlink/attr.h>
-#include <netlink/genl/genl.h>
-#include <netlink/msg.h>
 
-#include "ny80211/AttrStream.h"
+#include "TestMessage.h"
 #include "ny80211/Channel.h"
 #include "ny80211/Error.h"
 
 namespace {
 
 using namespace Ny80211;
+using Ny80211::testing::TestMessage;
 using quenta_common::MHz;
-using testing::ThrowsMessage;
-
-// A generic netlink message of u32 attributes, freed at the end.
-struct Message {
-  nl_msg* msg = nlmsg_alloc();
-  Message() { genlmsg_put(msg, NL_AUTO_PORT, NL_AUTO_SEQ, 0, 0, 0, 1, 0); }
-  ~Message() { nlmsg_free(msg); }
-  Message& u32(int type, std::uint32_t value) { return nla_put_u32(msg, type, value), *this; }
-  AttrStream stream() const {
-    auto* genl = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(msg)));
-    return AttrStream(msg, genlmsg_attrdata(genl, 0),
-                      static_cast<unsigned long>(genlmsg_attrlen(genl, 0)));
-  }
-};
+using ::testing::ThrowsMessage;
 
 void expectChannel(Channel const& c, unsigned number, std::uint32_t mhz) {
   EXPECT_EQ(c.number.Get(), number);
@@ -88,17 +73,15 @@ TEST(Channel, TextsHonourWidthFillAndAlignment) {
             "  primary 2437 MHz (#  6) / center 2437 MHz (#  6) / width 20 MHz (HT)|");
 }
 
-TEST(ChannelInfo, ConstructorsBuildEveryChannelOnTheBandOfThePrimary) {
+TEST(ChannelInfo, BuildAndReadEveryChannelOnTheBandOfThePrimary) {
   // The primary is rebuilt from its number: back on the raster.
   ChannelInfo const he(Channel(MHz(5957)), NL80211_CHAN_WIDTH_160, 15, std::nullopt);
   expectChannel(he.primary, 1, 5955);
   expectChannel(he.center1, 15, 6025);
   EXPECT_THROW(ChannelInfo(Channel(), NL80211_CHAN_WIDTH_20, 1, std::nullopt), Error);
   EXPECT_THROW(ChannelInfo(NL80211_BAND_2GHZ, 1, NL80211_CHAN_WIDTH_40, 3, 15), Error);
-}
 
-TEST(ChannelInfo, ReadFromClearsTheChannelTypeButKeepsAnEarlierSecondCentre) {
-  Message full, plain;
+  TestMessage full, plain;
   full.u32(NL80211_ATTR_WIPHY_FREQ, 5745).u32(NL80211_ATTR_CENTER_FREQ1, 5775);
   full.u32(NL80211_ATTR_CHANNEL_WIDTH, NL80211_CHAN_WIDTH_80P80);
   full.u32(NL80211_ATTR_CENTER_FREQ2, 5210).u32(NL80211_ATTR_WIPHY_CHANNEL_TYPE, 3);
@@ -107,7 +90,7 @@ TEST(ChannelInfo, ReadFromClearsTheChannelTypeButKeepsAnEarlierSecondCentre) {
   EXPECT_EQ(info.toString(), "primary 5745 MHz (#149) / center 5775 MHz (#155) / center2 "
                              "5210 MHz (# 42)/ width 80+80 MHz");
   EXPECT_EQ(info.channelType, std::optional<std::uint32_t>(3));
-
+  // A second read clears the channel type but keeps an earlier second centre.
   plain.u32(NL80211_ATTR_WIPHY_FREQ, 2412).u32(NL80211_ATTR_CENTER_FREQ1, 2412);
   plain.u32(NL80211_ATTR_CHANNEL_WIDTH, NL80211_CHAN_WIDTH_20_NOHT);
   info.readFrom(plain.stream());
@@ -117,7 +100,7 @@ TEST(ChannelInfo, ReadFromClearsTheChannelTypeButKeepsAnEarlierSecondCentre) {
 }
 
 TEST(ChannelInfo, OnlyAMissingAttributeMakesTryReadFromEmpty) {
-  Message m, bad;
+  TestMessage m, bad;
   m.u32(NL80211_ATTR_WIPHY_FREQ, 5180).u32(NL80211_ATTR_CHANNEL_WIDTH, NL80211_CHAN_WIDTH_20);
   EXPECT_THROW(ChannelInfo().readFrom(m.stream()), AttrNotFound);
   EXPECT_FALSE(ChannelInfo::tryReadFrom(m.stream()));

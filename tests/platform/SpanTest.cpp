@@ -1,6 +1,7 @@
 #include <array>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -10,25 +11,20 @@
 
 namespace {
 
-TEST(Span, ViewsContainersAndSubRanges) {
+TEST(Span, ViewsContainersAndSubRangesInsideOnly) {
   std::vector<int> values{1, 2, 3, 4, 5};
   nycpp::span<int> all(values);
   nycpp::span<const int> constant = all;  // span<T> → span<const T>
   EXPECT_EQ(constant.data(), values.data());
-  EXPECT_EQ(constant.size(), 5u);
-
   auto middle = all.subspan(1, 3);
   EXPECT_EQ(middle.data(), values.data() + 1);
   EXPECT_EQ(middle.size(), 3u);
-  EXPECT_EQ(all.subspan(2).size(), 3u);
   EXPECT_EQ(all.subspan(5).size(), 0u);  // an empty tail is still a range
   EXPECT_EQ(all.first(2).size(), 2u);
   EXPECT_EQ(all.last(2).data(), values.data() + 3);
   middle[0] = 20;
   EXPECT_EQ(values[1], 20);
-}
-
-TEST(Span, RangesOutsideTheSpanThrow) {
+  // Ranges outside the span are refused.
   std::array<std::byte, 4> bytes{};
   nycpp::span<const std::byte> span(bytes);
   EXPECT_THROW(span.subspan(5), std::out_of_range);
@@ -39,32 +35,19 @@ TEST(Span, RangesOutsideTheSpanThrow) {
   EXPECT_NO_THROW(span.subspan(4, 0));
 }
 
-struct EscapeCase {
-  std::string bytes;
-  std::string text;
-};
-
-void PrintTo(EscapeCase const& c, std::ostream* out) { *out << '"' << c.text << '"'; }
-
-class SpanFormat : public testing::TestWithParam<EscapeCase> {};
-
-TEST_P(SpanFormat, EveryByteVisibleAndUnambiguous) {
-  auto const& c = GetParam();
-  nycpp::span<const char> chars(c.bytes.data(), c.bytes.size());
-  EXPECT_EQ(fmt::format("{}", chars), c.text);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Bytes, SpanFormat,
-    testing::Values(EscapeCase{"", ""}, EscapeCase{"Home WiFi", "Home WiFi"},
-                    EscapeCase{std::string("a\0b", 3), "a\\x00b"},  // NUL inside, not an end
-                    EscapeCase{"back\\slash", "back\\x5cslash"},
-                    EscapeCase{"\\x41", "\\x5cx41"},  // a literal escape stays distinct from byte 0x41
-                    EscapeCase{"\t\n\x7f", "\\x09\\x0a\\x7f"},
-                    EscapeCase{"\xc3\xa9\xff", "\\xc3\\xa9\\xff"},
-                    EscapeCase{" ~", " ~"}));
-
-TEST(SpanFormat, WidthAppliesToTheEscapedText) {
+TEST(SpanFormat, EveryByteVisibleAndUnambiguous) {
+  std::pair<std::string, char const*> const cases[] = {
+      {"", ""},
+      {" Home~", " Home~"},
+      {std::string("a\0b", 3), "a\\x00b"},  // NUL inside, not an end
+      {"\\x41", "\\x5cx41"},  // a literal escape stays distinct from byte 0x41
+      {"\t\n\x7f", "\\x09\\x0a\\x7f"},
+      {"\xc3\xa9\xff", "\\xc3\\xa9\\xff"},
+  };
+  for (auto const& [bytes, text] : cases) {
+    EXPECT_EQ(fmt::format("{}", nycpp::span<const char>(bytes.data(), bytes.size())), text);
+  }
+  // Width applies to the escaped text.
   std::string ssid("a\x01", 2);
   nycpp::span<const char> chars(ssid.data(), ssid.size());
   EXPECT_EQ(fmt::format("[{:>8}]", chars), "[   a\\x01]");

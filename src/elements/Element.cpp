@@ -1,0 +1,112 @@
+#include "ny80211/Element.h"
+
+#include <fmt/format.h>
+
+#include "ny80211/Elements.h"
+#include "ny80211/Error.h"
+#include "ny80211/NeighborReport.h"
+
+namespace Ny80211 {
+
+std::string ElementID::toString() const {
+  if (isExtension) return fmt::format("({} -> {})", id, extId);
+  return fmt::format("{}", id);
+}
+
+LengthConstraint::~LengthConstraint() = default;
+MinLength::~MinLength() = default;
+FixedLength::~FixedLength() = default;
+
+void MinLength::check(std::size_t length) const {
+  if (length < minimum_) throw Error(fmt::format("too short ({} < {})", length, minimum_));
+}
+
+void FixedLength::check(std::size_t length) const {
+  if (length != length_) throw Error(fmt::format("wrong length ({} != {})", length, length_));
+}
+
+void Element::Header::readFrom(nycpp::span<const std::byte> const& bytes) {
+  MinLength(2).check(bytes.size());
+  // A non-extension ID leaves extId alone: it is ignored in comparisons.
+  id.id = static_cast<std::uint8_t>(bytes[0]);
+  id.isExtension = false;
+  length = static_cast<std::uint8_t>(bytes[1]);
+  MinLength(std::size_t{length} + 2).check(bytes.size());
+  if (id.id == 255) {
+    MinLength(3).check(bytes.size());
+    id.extId = static_cast<std::uint8_t>(bytes[2]);
+    id.isExtension = true;
+  }
+}
+
+Element::Element(nycpp::span<const std::byte> bytes, Header const& header,
+                 ElementID const& expected, LengthConstraint const& rule) {
+  // make reads the header from the same bytes, so this only fails for a
+  // header built by hand; it keeps every read of a derived class in bounds.
+  std::size_t const size = std::size_t{header.length} + 2;
+  MinLength(size).check(bytes.size());
+  bytes_ = nycpp::span<const std::byte>(bytes.data(), size);
+  rule.check(header.length);
+  if (!(header.id == expected)) {
+    throw Error(fmt::format("element ID mismatch ({} != {})", header.id, expected));
+  }
+}
+
+Element::~Element() = default;
+
+namespace {
+
+using Factory = std::unique_ptr<Element> (*)(Element::Header const&,
+                                             nycpp::span<const std::byte> const&);
+
+template <class T>
+std::unique_ptr<Element> create(Element::Header const& header,
+                                nycpp::span<const std::byte> const& bytes) {
+  return std::make_unique<T>(header, bytes);
+}
+
+struct Kind {
+  ElementID id;
+  Factory make;
+};
+
+// An ID 255 header that is no extension matches no row.
+constexpr Kind kinds[] = {
+    {Elem::Ssid::Id, &create<Elem::Ssid>},
+    {Elem::NeighborReport::Id, &create<Elem::NeighborReport>},
+    {Elem::HtOperation::Id, &create<Elem::HtOperation>},
+    {Elem::ExtendedCaps::Id, &create<Elem::ExtendedCaps>},
+    {Elem::VhtOperation::Id, &create<Elem::VhtOperation>},
+    {Elem::VendorSpecific::Id, &create<Elem::VendorSpecific>},
+    {Elem::HeOperation::Id, &create<Elem::HeOperation>},
+    {Elem::EhtOperation::Id, &create<Elem::EhtOperation>},
+};
+
+}  // namespace
+
+std::unique_ptr<Element> Element::make(nycpp::span<const std::byte> const& bytes) {
+  Header header;
+  header.readFrom(bytes);
+  return make(header, bytes);
+}
+
+std::unique_ptr<Element> Element::make(Header const& header,
+                                       nycpp::span<const std::byte> const& bytes) {
+  for (auto const& kind : kinds) {
+    if (kind.id == header.id) return kind.make(header, bytes);
+  }
+  return nullptr;
+}
+
+ElementVisitor::~ElementVisitor() = default;
+void ElementVisitor::visit(Elem::EhtOperation const&) {}
+void ElementVisitor::visit(Elem::ExtendedCaps const&) {}
+void ElementVisitor::visit(Elem::HeOperation const&) {}
+void ElementVisitor::visit(Elem::HtOperation const&) {}
+void ElementVisitor::visit(Elem::NeighborReport const&) {}
+void ElementVisitor::visit(Elem::Ssid const&) {}
+void ElementVisitor::visit(Elem::VendorSpecific const&) {}
+void ElementVisitor::visit(Elem::VhtOperation const&) {}
+void ElementVisitor::visitEnd() {}
+
+}  // namespace Ny80211

@@ -11,18 +11,19 @@
 #include "ny80211/Error.h"
 #include "ny80211/GenlMessage.h"
 #include "ny80211/Identifiers.h"
+#include "ny80211/InterfaceInfo.h"
 #include "ny80211/Socket.h"
 
 namespace {
 
 int printInterface(nl_msg* reply) {
   Ny80211::GenlMessage const message(reply);
-  auto const& attrs = message.attributes();
   try {
-    fmt::print("{:>3}  {:<16} wiphy {}  {}\n", attrs.getU32(NL80211_ATTR_IFINDEX),
-               attrs.getString(NL80211_ATTR_IFNAME), attrs.getU32(NL80211_ATTR_WIPHY),
-               attrs.getMac(NL80211_ATTR_MAC));
+    Ny80211::InterfaceInfo info;
+    info.readFrom(message.attributes());
+    fmt::print("{}\n", info);
   } catch (Ny80211::Error const& e) {
+    // One unreadable reply must not hide the others.
     fmt::print("{}: {}\n", message.commandName(), e.what());
   }
   return NL_OK;

@@ -70,22 +70,32 @@ inline std::vector<IwInterface> iwDev() {
 
 // hostapd running an access point from a configuration text, until the
 // object goes. The configuration names the interface; the access point is up
-// when `iw dev` shows the interface with a channel.
+// when `iw dev` shows the interface with its SSID, which it has only once it
+// beacons (not during a radar channel check, for one).
 class Hostapd {
  public:
-  Hostapd(std::string const& interface, std::string const& config) : interface_(interface) {
+  Hostapd(std::string const& interface, std::string const& config,
+          std::chrono::seconds upWithin = std::chrono::seconds(10))
+      : interface_(interface) {
     auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
     path_ = dir + "/hostapd-" + interface + ".conf";
     pidFile_ = dir + "/hostapd-" + interface + ".pid";
     std::ofstream(path_) << "interface=" << interface << "\ndriver=nl80211\n"
                          << "ctrl_interface=/run/hostapd\n" << config;
     run("hostapd -B -P " + pidFile_ + " " + path_ + " >/dev/null");
-    for (int i = 0; i < 100; ++i) {
-      if (run("iw dev " + interface + " info").find("\tchannel ") != std::string::npos) return;
+    if (upWithin.count() > 0) awaitBeacons(upWithin);
+  }
+
+  void awaitBeacons(std::chrono::seconds limit) const {
+    auto const end = std::chrono::steady_clock::now() + limit;
+    while (run("iw dev " + interface_ + " info").find("\tssid ") == std::string::npos) {
+      if (std::chrono::steady_clock::now() > end) {
+        throw std::runtime_error("hostapd did not start an access point on " + interface_);
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    throw std::runtime_error("hostapd did not start an access point on " + interface);
   }
+
   ~Hostapd() {
     std::system(("kill $(cat " + pidFile_ + ") 2>/dev/null; while iw dev " + interface_ +
                  " info | grep -q 'type AP'; do sleep 0.1; done")

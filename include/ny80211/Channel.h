@@ -93,6 +93,18 @@ struct ToStringFormatter : fmt::formatter<fmt::string_view> {
   }
 };
 
+// Formats a value through its text function as a string (an enum's name
+// table, say), so that width, fill and alignment apply.
+template <class T, auto Text>
+struct TextFormatter : fmt::formatter<fmt::string_view> {
+  template <class Context>
+  auto format(T const& value, Context& ctx) const {
+    auto const text = Text(value);
+    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
+                                                    ctx);
+  }
+};
+
 }  // namespace detail
 }  // namespace Ny80211
 
@@ -104,11 +116,5 @@ struct fmt::formatter<Ny80211::ChannelInfo>
     : Ny80211::detail::ToStringFormatter<Ny80211::ChannelInfo> {};
 
 template <>
-struct fmt::formatter<nl80211_chan_width> : fmt::formatter<fmt::string_view> {
-  template <class Context>
-  auto format(nl80211_chan_width width, Context& ctx) const {
-    auto const text = Ny80211::detail::chanWidthText(width);
-    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
-                                                    ctx);
-  }
-};
+struct fmt::formatter<nl80211_chan_width>
+    : Ny80211::detail::TextFormatter<nl80211_chan_width, &Ny80211::detail::chanWidthText> {};

@@ -61,11 +61,5 @@ struct fmt::formatter<Ny80211::InterfaceInfo>
     : Ny80211::detail::ToStringFormatter<Ny80211::InterfaceInfo> {};
 
 template <>
-struct fmt::formatter<nl80211_iftype> : fmt::formatter<fmt::string_view> {
-  template <class Context>
-  auto format(nl80211_iftype type, Context& ctx) const {
-    auto const text = Ny80211::detail::iftypeText(type);
-    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
-                                                    ctx);
-  }
-};
+struct fmt::formatter<nl80211_iftype>
+    : Ny80211::detail::TextFormatter<nl80211_iftype, &Ny80211::detail::iftypeText> {};

@@ -156,21 +156,10 @@ struct fmt::formatter<Ny80211::Elem::BssidInfo>
     : Ny80211::detail::ToStringFormatter<Ny80211::Elem::BssidInfo> {};
 
 template <>
-struct fmt::formatter<Ny80211::Elem::PhyType> : fmt::formatter<fmt::string_view> {
-  template <class Context>
-  auto format(Ny80211::Elem::PhyType type, Context& ctx) const {
-    auto const text = Ny80211::detail::phyTypeText(type);
-    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
-                                                    ctx);
-  }
-};
+struct fmt::formatter<Ny80211::Elem::PhyType>
+    : Ny80211::detail::TextFormatter<Ny80211::Elem::PhyType, &Ny80211::detail::phyTypeText> {};
 
 template <>
 struct fmt::formatter<Ny80211::Elem::NeighborReport::SubElementID>
-    : fmt::formatter<fmt::string_view> {
-  template <class Context>
-  auto format(Ny80211::Elem::NeighborReport::SubElementID id, Context& ctx) const {
-    auto const text = Ny80211::detail::subElementText(id);
-    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text), ctx);
-  }
-};
+    : Ny80211::detail::TextFormatter<Ny80211::Elem::NeighborReport::SubElementID,
+                                     &Ny80211::detail::subElementText> {};

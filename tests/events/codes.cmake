@@ -1,0 +1,1 @@
+ny80211_unit_test(code_texts_test CodeTextsTest.cpp)

@@ -1,0 +1,1 @@
+ny80211_unit_test(nl80211_events_test Nl80211DecoderTest.cpp)

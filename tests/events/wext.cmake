@@ -1,0 +1,1 @@
+ny80211_unit_test(wext_test RtNetlinkMessageTest.cpp WextDecoderTest.cpp)

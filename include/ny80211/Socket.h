@@ -55,6 +55,10 @@ class NY80211_API Nl80211Socket {
   Nl80211Socket();
   Nl80211Socket(Nl80211Socket const&) = delete;
   Nl80211Socket& operator=(Nl80211Socket const&) = delete;
+  // Moving takes the socket, its callbacks and the family; the source is left
+  // unconnected.
+  Nl80211Socket(Nl80211Socket&& other) noexcept;
+  Nl80211Socket& operator=(Nl80211Socket&& other) noexcept;
   virtual ~Nl80211Socket();
 
   // Opens the socket and resolves the family; throws Error ("already
@@ -66,6 +70,9 @@ class NY80211_API Nl80211Socket {
  protected:
   nl_sock* socket() const noexcept { return socket_; }
   int familyID() const noexcept { return familyID_; }
+  // Hands the libnl socket over to a new owner (an event receiver). The
+  // callbacks and the family stay: the object still counts as connected.
+  nl_sock* releaseSocket() noexcept;
 
  private:
   // Tests adopt a socket connected to a user-space peer through this.

@@ -1,6 +1,7 @@
 #include <exception>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -54,6 +55,24 @@ Nl80211Socket::~Nl80211Socket() {
   if (callbacks_ != nullptr) nl_cb_put(callbacks_);
   if (socket_ != nullptr) nl_socket_free(socket_);
 }
+
+Nl80211Socket::Nl80211Socket(Nl80211Socket&& other) noexcept
+    : socket_(std::exchange(other.socket_, nullptr)),
+      familyID_(std::exchange(other.familyID_, 0)),
+      callbacks_(std::exchange(other.callbacks_, nullptr)) {}
+
+Nl80211Socket& Nl80211Socket::operator=(Nl80211Socket&& other) noexcept {
+  if (this != &other) {
+    if (callbacks_ != nullptr) nl_cb_put(callbacks_);
+    if (socket_ != nullptr) nl_socket_free(socket_);
+    socket_ = std::exchange(other.socket_, nullptr);
+    familyID_ = std::exchange(other.familyID_, 0);
+    callbacks_ = std::exchange(other.callbacks_, nullptr);
+  }
+  return *this;
+}
+
+nl_sock* Nl80211Socket::releaseSocket() noexcept { return std::exchange(socket_, nullptr); }
 
 void Nl80211Socket::connectSocket() {
   if (familyID_ != 0) throw Error("already connected");

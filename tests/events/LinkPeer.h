@@ -1,0 +1,86 @@
+#pragma once
+// What the event-socket tests need of rtnetlink: a network namespace of the
+// test's own, so that the host's link changes stay out and the test's stay
+// in, and a sender that multicasts link messages to RTNLGRP_LINK, which a
+// root process may do and which real rtnetlink listeners receive like the
+// kernel's own.
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include <linux/rtnetlink.h>
+#include <netlink/netlink.h>
+#include <netlink/route/link.h>
+#include <netlink/route/link/veth.h>
+#include <netlink/socket.h>
+
+#include "TestMessage.h"
+#include "WextMessage.h"
+#include "ny80211/WextEvents.h"
+
+namespace Ny80211::testing {
+
+// Moves the calling thread into a new network namespace; false when not
+// allowed (not root).
+inline bool enterOwnNetworkNamespace() { return geteuid() == 0 && unshare(CLONE_NEWNET) == 0; }
+
+class LinkPeer {
+ public:
+  LinkPeer() : socket_(nl_socket_alloc()) {
+    if (socket_ == nullptr || nl_connect(socket_, NETLINK_ROUTE) != 0) {
+      throw std::runtime_error("rtnetlink peer: connect failed");
+    }
+  }
+  ~LinkPeer() { nl_socket_free(socket_); }
+  LinkPeer(LinkPeer const&) = delete;
+  LinkPeer& operator=(LinkPeer const&) = delete;
+
+  // Sends msg as it is to the link group. Without NLM_F_REQUEST the kernel,
+  // which also gets every message sent, leaves it alone.
+  void multicast(nl_msg* msg) {
+    sockaddr_nl group{};
+    group.nl_family = AF_NETLINK;
+    group.nl_groups = 1U << (RTNLGRP_LINK - 1);
+    nlmsg_set_dst(msg, &group);
+    if (int const sent = nl_send(socket_, msg); sent < 0) {
+      throw std::runtime_error(std::string("rtnetlink peer: multicast failed: ") + nl_geterror(sent));
+    }
+  }
+
+  // A veth pair created and removed through the kernel: real RTM_NEWLINK and
+  // RTM_DELLINK messages on the link group.
+  void addVethPair(char const* name, char const* peer) {
+    check(rtnl_link_veth_add(socket_, name, peer, getpid()), "veth add");
+  }
+  void deleteLink(char const* name) {
+    rtnl_link* link = rtnl_link_alloc();
+    rtnl_link_set_name(link, name);
+    int const result = rtnl_link_delete(socket_, link);
+    rtnl_link_put(link);
+    check(result, "link delete");
+  }
+
+ private:
+  static void check(int result, char const* what) {
+    if (result < 0) {
+      throw std::runtime_error(std::string("rtnetlink peer: ") + what + ": " + nl_geterror(result));
+    }
+  }
+  nl_sock* socket_;
+};
+
+// A CAC-started event of wlan0: the driver event the tests send, as its
+// arrival shows that everything multicast before it has been read.
+inline void multicastCacStarted(LinkPeer& peer, std::uint16_t frequency) {
+  WextFields spec;
+  spec.athEvent = Event::CacStarted::athEvent;
+  spec.payload = bytesOf(frequency);
+  spec.ifName = "wlan0";
+  WextMessage const message(spec);
+  peer.multicast(message.msg);
+}
+
+}  // namespace Ny80211::testing

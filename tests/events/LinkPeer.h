@@ -75,11 +75,11 @@ class LinkPeer {
 // A CAC-started event of wlan0: the driver event the tests send, as its
 // arrival shows that everything multicast before it has been read.
 inline void multicastCacStarted(LinkPeer& peer, std::uint16_t frequency) {
-  WextFields spec;
-  spec.athEvent = Event::CacStarted::athEvent;
-  spec.payload = bytesOf(frequency);
-  spec.ifName = "wlan0";
-  WextMessage const message(spec);
+  WextFields fields;
+  fields.athEvent = Event::CacStarted::athEvent;
+  fields.payload = bytesOf(frequency);
+  fields.ifName = "wlan0";
+  WextMessage const message(fields);
   peer.multicast(message.msg);
 }
 

@@ -1,0 +1,125 @@
+// event_monitor [NAME]: a daemon that prints every event the library
+// delivers, nl80211 (config, scan, regulatory and MLME groups) and the
+// driver's wireless-extension events, one line each as it comes. SIGUSR1
+// prints the scan table of interface NAME (default wlan0); SIGTERM or SIGINT
+// stops it, and it prints how many events it saw.
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include <Poco/AutoPtr.h>
+#include <Poco/Notification.h>
+#include <Poco/NotificationQueue.h>
+#include <fmt/format.h>
+#include <pthread.h>
+
+#include "NyEvent/Publisher.h"
+#include "ScanTable.h"
+#include "ny80211/Context.h"
+#include "ny80211/Events.h"
+#include "ny80211/Identifiers.h"
+#include "ny80211/WextEvents.h"
+
+namespace {
+
+// Enqueued behind the last event: the consumer ends when it gets there.
+class EndOfEvents final : public Poco::Notification {};
+
+// The consumer: prints each event as one line, flushed at once so that
+// whoever reads the output sees the event when it happens. Returns how many
+// events it printed.
+std::size_t printEvents(Poco::NotificationQueue& queue) {
+  std::size_t count = 0;
+  for (;;) {
+    Poco::AutoPtr<Poco::Notification> const notification(queue.waitDequeueNotification());
+    if (notification.isNull()) continue;  // only a wakeUpAll() gives none
+    if (dynamic_cast<EndOfEvents const*>(notification.get()) != nullptr) return count;
+    if (auto const* event = dynamic_cast<Ny80211::Event::Nl80211Event const*>(notification.get())) {
+      fmt::print("{}\n", event->toString());
+    } else if (auto const* wext =
+                   dynamic_cast<Ny80211::Event::WextEvent const*>(notification.get())) {
+      fmt::print("{}\n", wext->toString());
+    } else {
+      fmt::print("notification {}\n", notification->name());
+    }
+    std::fflush(stdout);
+    ++count;
+  }
+}
+
+void printScanTable(Ny80211::Context& context, std::string const& name) {
+  try {
+    // Looked up now, not at start: the interface may have come back since
+    // with another index.
+    Ny80211::NetIfcID const interface(name);
+    auto const table = Example::scanTable(context.commands(), interface);
+    fmt::print("scan table of {}:\n{}", name, table);
+    std::fflush(stdout);
+  } catch (std::exception const& e) {
+    // A failed command is no reason to stop listening.
+    std::fprintf(stderr, "event_monitor: scan table of %s: %s\n", name.c_str(), e.what());
+  }
+}
+
+// Runs step, or says which step failed.
+bool connect(char const* what, std::function<void()> const& step) {
+  try {
+    step();
+    return true;
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "event_monitor: cannot connect %s: %s\n", what, e.what());
+    return false;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string const name = argc > 1 ? argv[1] : "wlan0";
+
+  // Blocked before any thread starts, so that every thread inherits the mask
+  // and the signals reach only the sigwait below.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  // The queue outlives the context whose loop publishes on it.
+  Poco::NotificationQueue queue;
+  NyEvent::Publisher const publisher(queue);
+  Ny80211::Context context;
+  bool const connected =
+      connect("the command socket", [&] { context.connectCommands(); }) &&
+      connect("the nl80211 events", [&] {
+        context.connectEventsNl80211(publisher, {"config", "scan", "regulatory", "mlme"});
+      }) &&
+      connect("the wireless-extension events", [&] { context.connectEventsWext(publisher); }) &&
+      connect("the event loop", [&] { context.startEventLoop(); });
+  if (!connected) return 1;
+
+  std::size_t seen = 0;
+  std::thread consumer([&queue, &seen] { seen = printEvents(queue); });
+  fmt::print("event_monitor: listening (SIGUSR1: scan table of {}, SIGTERM: stop)\n", name);
+  std::fflush(stdout);
+
+  for (;;) {
+    int signal = 0;
+    if (sigwait(&signals, &signal) != 0) continue;
+    if (signal != SIGUSR1) break;
+    printScanTable(context, name);
+  }
+
+  // The loop publishes nothing once it is joined, so the end marker comes
+  // after the last event.
+  context.stopEventLoop();
+  queue.enqueueNotification(new EndOfEvents);
+  consumer.join();
+  fmt::print("event_monitor: stopped; events seen: {}\n", seen);
+  return 0;
+}

@@ -193,6 +193,15 @@ TEST_F(Nl80211Decoder, PublishesNothingForBadOrUnknownMessages) {
        },
        {failed("Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found "
                "(type 1)")}},
+      // No value of the enumeration: holding it would be undefined.
+      {"regulatory type past the enumeration", NL80211_CMD_REG_CHANGE,
+       [](TestMessage& m) {
+         m.put(NL80211_ATTR_WIPHY, bytesOf(1u));
+         m.put(NL80211_ATTR_REG_INITIATOR, Bytes{NL80211_REGDOM_SET_BY_USER});
+         m.put(NL80211_ATTR_REG_TYPE, Bytes{4});
+       },
+       {failed("Error processing nl80211 event NL80211_CMD_REG_CHANGE: regulatory type out of "
+               "range (4 > 3)")}},
       {"empty 4-address flag", NL80211_CMD_NEW_INTERFACE,
        [](TestMessage& m) {
          ifc(m);

@@ -111,12 +111,16 @@ void EpollAssociation::EnableRead(bool enable) {
 
 void EpollAssociation::release() noexcept {
   if (!registration_) return;
-  std::lock_guard lock(state_->mutex);
-  state_->registrations.erase(id_);
-  // The descriptor may be closed already, or the epoll instance gone: nothing
-  // is left to deregister then.
-  if (state_->fd >= 0) ::epoll_ctl(state_->fd, EPOLL_CTL_DEL, registration_->fd, nullptr);
+  {
+    std::lock_guard lock(state_->mutex);
+    state_->registrations.erase(id_);
+    // The descriptor may be closed already, or the epoll instance gone:
+    // nothing is left to deregister then.
+    if (state_->fd >= 0) ::epoll_ctl(state_->fd, EPOLL_CTL_DEL, registration_->fd, nullptr);
+  }
   registration_.reset();
+  // Last: when the epoll instance is gone, this may destroy the state and
+  // its mutex, which must not be held then.
   state_.reset();
 }
 

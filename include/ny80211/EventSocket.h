@@ -22,11 +22,6 @@ struct nl_msg;
 
 namespace Ny80211 {
 
-struct NY80211_API NlSockDeleter {
-  void operator()(nl_sock* socket) const noexcept;
-};
-using NlSockPtr = std::unique_ptr<nl_sock, NlSockDeleter>;
-
 // Owns a socket and its callbacks and reads it from an epoll instance. Not
 // movable: the callbacks hold its address.
 class NY80211_API EpollEventReceiver {

@@ -36,7 +36,8 @@ class NY80211_API DebugRecord {
 class NY80211_API GenlMessage {
  public:
   GenlMessage();
-  // Wraps msg (not owned) and indexes its attributes.
+  // Wraps msg (not owned) and indexes its attributes; Error "message too
+  // short ({} < {})" when it can't hold the generic netlink header.
   explicit GenlMessage(nl_msg* msg);
   GenlMessage(GenlMessage&&) noexcept;
   GenlMessage& operator=(GenlMessage&&) noexcept;

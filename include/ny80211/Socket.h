@@ -3,6 +3,7 @@
 // the resolved family, and the command exchange on top of it.
 
 #include <functional>
+#include <memory>
 
 #include <pthread.h>
 
@@ -17,6 +18,12 @@ struct sockaddr_nl;
 namespace Ny80211 {
 
 class GenlMessage;
+
+// Owns a libnl socket: nl_socket_free.
+struct NY80211_API NlSockDeleter {
+  void operator()(nl_sock* socket) const noexcept;
+};
+using NlSockPtr = std::unique_ptr<nl_sock, NlSockDeleter>;
 
 // Four function objects bound to libnl's error, finish, acknowledgement and
 // valid-message callbacks.

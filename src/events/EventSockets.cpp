@@ -12,6 +12,7 @@
 #include <netlink/socket.h>
 
 #include "events/Decoders.h"
+#include "netlink/NlCallbacks.h"
 #include "ny80211/EventSocket.h"
 #include "trace/Trace.h"
 
@@ -21,14 +22,7 @@ namespace {
 
 constexpr int wextReceiveBufferSize = 256 * 1024;
 
-struct CallbacksDeleter {
-  void operator()(nl_cb* callbacks) const noexcept { nl_cb_put(callbacks); }
-};
-using CallbacksPtr = std::unique_ptr<nl_cb, CallbacksDeleter>;
-
 }  // namespace
-
-void NlSockDeleter::operator()(nl_sock* socket) const noexcept { nl_socket_free(socket); }
 
 EpollEventReceiver::EpollEventReceiver(NlSockPtr socket, TEVPoll::EpollFD& epoll, Handler handler)
     : socket_(std::move(socket)),
@@ -68,7 +62,9 @@ Nl80211EventSocket::~Nl80211EventSocket() = default;
 
 int Nl80211EventSocket::subscribeEventGroup(std::string const& group) {
   if (!isConnected()) throw Error("not connected");
-  if (socket() == nullptr) throw Error(fmt::format("can't join '{}': socket already receiving", group));
+  if (socket() == nullptr) {
+    throw Error(fmt::format("can't join '{}': socket already receiving", group));
+  }
   int const number = genl_ctrl_resolve_grp(socket(), "nl80211", group.c_str());
   if (number < 0) throw Error(nl_geterror(number));
   // Deliberately libnl's text for the group number, not for the result.
@@ -78,7 +74,9 @@ int Nl80211EventSocket::subscribeEventGroup(std::string const& group) {
 
 int Nl80211EventSocket::unsubscribeEventGroup(int group) {
   if (!isConnected()) throw Error("not connected");
-  if (socket() == nullptr) throw Error(fmt::format("can't leave {}: socket already receiving", group));
+  if (socket() == nullptr) {
+    throw Error(fmt::format("can't leave {}: socket already receiving", group));
+  }
   int const result = nl_socket_drop_membership(socket(), group);
   if (result < 0) throw Error(nl_geterror(group));
   return result;
@@ -125,7 +123,7 @@ void WextEventSocket::connectSocket() {
   if (nl_socket_set_buffer_size(socket.get(), wextReceiveBufferSize, 0) != 0) {
     throw Error("failed to set socket buffer size");
   }
-  CallbacksPtr callbacks(nl_cb_alloc(NL_CB_DEFAULT));
+  detail::NlCbPtr callbacks(nl_cb_alloc(NL_CB_DEFAULT));
   if (!callbacks) throw Error("callback allocation failed");
   nl_socket_set_cb(socket.get(), callbacks.get());
   if (nl_socket_add_memberships(socket.get(), RTNLGRP_LINK, 0) != 0) {

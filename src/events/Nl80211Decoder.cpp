@@ -3,9 +3,7 @@
 
 #include <Poco/AutoPtr.h>
 #include <fmt/format.h>
-#include <netlink/genl/genl.h>
 #include <netlink/handlers.h>
-#include <netlink/msg.h>
 
 #include "events/Decoders.h"
 #include "ny80211/Error.h"
@@ -16,14 +14,6 @@
 namespace Ny80211::detail {
 
 namespace {
-
-// GenlMessage reads the command from behind the netlink header unchecked; a
-// runt message (a peer's, not the kernel's) would give it bytes past the end.
-void requireGenlHeader(nl_msg* msg) {
-  auto const length = nlmsg_hdr(msg)->nlmsg_len;
-  auto const needed = NLMSG_HDRLEN + GENL_HDRLEN;
-  if (length < needed) throw Error(fmt::format("message too short ({} < {})", length, needed));
-}
 
 // The event for the command, or null for a command no event stands for.
 Poco::AutoPtr<Event::Nl80211Event> makeEvent(GenlMessage const& message, std::uint8_t command) {
@@ -57,7 +47,6 @@ int Nl80211EventDecoder::operator()(nl_msg* msg) const noexcept {
   std::optional<GenlMessage> message;
   std::uint8_t command = 0;
   try {
-    requireGenlHeader(msg);
     message.emplace(msg);
     command = message->commandID();
   } catch (Error const& e) {

@@ -15,6 +15,7 @@
 #include <netlink/socket.h>
 
 #include "ny80211/Error.h"
+#include "netlink/NlCallbacks.h"
 #include "ny80211/GenlMessage.h"
 #include "ny80211/Socket.h"
 #include "trace/Trace.h"
@@ -24,13 +25,6 @@ namespace Ny80211 {
 namespace {
 
 constexpr int receiveBufferSize = 256 * 1024;
-
-struct SocketDeleter {
-  void operator()(nl_sock* socket) const noexcept { nl_socket_free(socket); }
-};
-struct CallbacksDeleter {
-  void operator()(nl_cb* callbacks) const noexcept { nl_cb_put(callbacks); }
-};
 
 class Lock {
  public:
@@ -72,11 +66,13 @@ Nl80211Socket& Nl80211Socket::operator=(Nl80211Socket&& other) noexcept {
   return *this;
 }
 
+void NlSockDeleter::operator()(nl_sock* socket) const noexcept { nl_socket_free(socket); }
+
 nl_sock* Nl80211Socket::releaseSocket() noexcept { return std::exchange(socket_, nullptr); }
 
 void Nl80211Socket::connectSocket() {
   if (familyID_ != 0) throw Error("already connected");
-  std::unique_ptr<nl_sock, SocketDeleter> socket(nl_socket_alloc());
+  NlSockPtr socket(nl_socket_alloc());
   if (!socket) throw Error("netlink socket allocation failed");
   if (genl_connect(socket.get()) != 0) throw Error("genl connection failed");
   if (nl_socket_set_buffer_size(socket.get(), receiveBufferSize, 0) != 0) {
@@ -86,7 +82,7 @@ void Nl80211Socket::connectSocket() {
   // command says why; a kernel without them just sends none.
   int const on = 1;
   setsockopt(nl_socket_get_fd(socket.get()), SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
-  std::unique_ptr<nl_cb, CallbacksDeleter> callbacks(nl_cb_alloc(NL_CB_DEFAULT));
+  detail::NlCbPtr callbacks(nl_cb_alloc(NL_CB_DEFAULT));
   if (!callbacks) throw Error("callback allocation failed");
   nl_socket_set_cb(socket.get(), callbacks.get());
   int const family = genl_ctrl_resolve(socket.get(), "nl80211");

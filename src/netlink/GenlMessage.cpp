@@ -1,5 +1,6 @@
 #include "ny80211/GenlMessage.h"
 
+#include <fmt/format.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
 
@@ -18,6 +19,11 @@ GenlMessage& GenlMessage::operator=(GenlMessage&&) noexcept = default;
 GenlMessage::~GenlMessage() = default;
 
 void GenlMessage::setupAttributeStream() {
+  // A runt message (a peer's, never the kernel's) would give a negative
+  // attribute length and a command byte past its end.
+  auto const length = nlmsg_hdr(message_)->nlmsg_len;
+  auto const needed = NLMSG_HDRLEN + GENL_HDRLEN;
+  if (length < needed) throw Error(fmt::format("message too short ({} < {})", length, needed));
   auto* header = genlHeader();
   attributes_.setTo(message_, genlmsg_attrdata(header, 0),
                     static_cast<unsigned long>(genlmsg_attrlen(header, 0)), 4);

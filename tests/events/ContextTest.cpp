@@ -14,6 +14,7 @@
 
 #include <Poco/AutoPtr.h>
 #include <Poco/NotificationQueue.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "LinkPeer.h"
@@ -23,17 +24,9 @@
 namespace Ny80211 {
 namespace {
 
+using ::testing::ThrowsMessage;
 using testing::LinkPeer;
 using testing::multicastCacStarted;
-
-void expectError(std::function<void()> const& call, std::string const& text) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected \"" << text << '"';
-  } catch (Error const& e) {
-    EXPECT_EQ(e.what(), text);
-  }
-}
 
 // Takes n events off the queue on a thread of its own, as a daemon's
 // consumer does, and returns their frequencies.
@@ -81,16 +74,17 @@ class ContextTest : public ::testing::Test {
 
 TEST(Context, StartAndStopNeedWhatTheyStartOrStop) {
   Context context;
-  expectError([&] { context.startEventLoop(); }, "no event socket connected");
-  expectError([&] { context.stopEventLoop(); }, "can't stop event loop");
-  expectError([&] { context.stopEventLoop(); }, "can't stop event loop");
+  EXPECT_THAT([&] { context.startEventLoop(); }, ThrowsMessage<Error>("no event socket connected"));
+  EXPECT_THAT([&] { context.stopEventLoop(); }, ThrowsMessage<Error>("can't stop event loop"));
+  EXPECT_THAT([&] { context.stopEventLoop(); }, ThrowsMessage<Error>("can't stop event loop"));
 }
 
 TEST_F(ContextTest, RunsPublishesInOrderAndStops) {
   Context context;
   context.connectEventsWext(publisher);
   context.startEventLoop();
-  expectError([&] { context.startEventLoop(); }, "event loop already running");
+  EXPECT_THAT([&] { context.startEventLoop(); },
+              ThrowsMessage<Error>("event loop already running"));
 
   // The running loop was left alone: events still arrive, in order.
   LinkPeer peer;
@@ -102,9 +96,9 @@ TEST_F(ContextTest, RunsPublishesInOrderAndStops) {
   EXPECT_EQ(consume(queue, 40), sent);
 
   context.stopEventLoop();
-  expectError([&] { context.stopEventLoop(); }, "can't stop event loop");
+  EXPECT_THAT([&] { context.stopEventLoop(); }, ThrowsMessage<Error>("can't stop event loop"));
   // The event sockets ended with the loop.
-  expectError([&] { context.startEventLoop(); }, "no event socket connected");
+  EXPECT_THAT([&] { context.startEventLoop(); }, ThrowsMessage<Error>("no event socket connected"));
   context.connectEventsWext(publisher);
   context.startEventLoop();
   multicastCacStarted(peer, 5500);

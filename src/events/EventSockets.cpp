@@ -33,6 +33,12 @@ EpollEventReceiver::EpollEventReceiver(NlSockPtr socket, TEVPoll::EpollFD& epoll
           },
           [](nl_msg*) -> int { return NL_STOP; }, [](nl_msg*) -> int { return NL_STOP; },
           std::move(handler), true)) {
+  // Read only when epoll says so, and never wait there: libnl reads on by
+  // itself after a message flagged multipart, and a loop thread waiting in
+  // that read would neither stop nor serve its other descriptors.
+  if (int const result = nl_socket_set_nonblocking(socket_.get()); result < 0) {
+    throw Error(nl_geterror(result));
+  }
   association_ = std::make_unique<TEVPoll::EpollAssociation>(
       epoll, nl_socket_get_fd(socket_.get()),
       [this](void*, std::uint32_t events) { onReadable(events); }, nullptr);
@@ -52,7 +58,8 @@ void EpollEventReceiver::onReadable(std::uint32_t events) {
     trace::cmdErr("error from event socket: {}", pendingError_->what());
     throw Error(*pendingError_);
   }
-  if (result < 0) trace::cmdErr("event receive failed ({})", result);
+  // Nothing more queued is no failure: libnl read on past the last message.
+  if (result < 0 && result != -NLE_AGAIN) trace::cmdErr("event receive failed ({})", result);
 }
 
 Nl80211EventSocket::Nl80211EventSocket() = default;

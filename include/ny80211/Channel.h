@@ -13,6 +13,7 @@
 #include <linux/nl80211.h>
 
 #include "ny80211/Export.h"
+#include "ny80211/KernelEnum.h"
 #include "quenta_common/ChannelNumber.h"
 #include "quenta_common/MHz.h"
 
@@ -72,7 +73,7 @@ class NY80211_API ChannelInfo {
   Channel primary;
   Channel center1;
   std::optional<Channel> center2;  // 80+80 MHz only
-  nl80211_chan_width width = NL80211_CHAN_WIDTH_20_NOHT;
+  KernelEnum<nl80211_chan_width> width = NL80211_CHAN_WIDTH_20_NOHT;
   // The legacy nl80211_channel_type, when the kernel sent one; not printed.
   std::optional<std::uint32_t> channelType;
 };
@@ -80,7 +81,7 @@ class NY80211_API ChannelInfo {
 namespace detail {
 
 // "20 MHz (non-HT)", "80+80 MHz", ...; "<unknown>" for widths without a text.
-NY80211_API std::string_view chanWidthText(nl80211_chan_width width);
+NY80211_API std::string_view chanWidthText(std::uint32_t width);
 
 // Formats a record's toString() as a string, so that width, fill and alignment
 // apply to the whole text.
@@ -103,6 +104,13 @@ struct TextFormatter : fmt::formatter<fmt::string_view> {
     return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
                                                     ctx);
   }
+  // The same text for a value as the kernel sent it.
+  template <class Context>
+  auto format(KernelEnum<T> const& value, Context& ctx) const {
+    auto const text = Text(value.raw());
+    return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()),
+                                                    ctx);
+  }
 };
 
 }  // namespace detail
@@ -118,3 +126,7 @@ struct fmt::formatter<Ny80211::ChannelInfo>
 template <>
 struct fmt::formatter<nl80211_chan_width>
     : Ny80211::detail::TextFormatter<nl80211_chan_width, &Ny80211::detail::chanWidthText> {};
+
+// A kernel value prints as its enumeration does.
+template <class E>
+struct fmt::formatter<Ny80211::KernelEnum<E>> : fmt::formatter<E> {};

@@ -72,8 +72,8 @@ namespace detail {
 inline constexpr std::string_view radarDetectedText = "radar detected";
 
 NY80211_API std::string_view phyModeText(ieee80211_phymode mode) noexcept;
-NY80211_API std::string_view regInitiatorText(nl80211_reg_initiator initiator) noexcept;
-NY80211_API std::string_view regTypeText(nl80211_reg_type type) noexcept;
+NY80211_API std::string_view regInitiatorText(std::uint32_t initiator) noexcept;
+NY80211_API std::string_view regTypeText(std::uint32_t type) noexcept;
 }  // namespace detail
 
 }  // namespace Ny80211

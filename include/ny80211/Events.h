@@ -97,14 +97,14 @@ class NY80211_API RegDomainChanged final : public Nl80211Event {
   explicit RegDomainChanged(GenlMessage const& message);
   ~RegDomainChanged() override;
   WiPhyID const& phy() const noexcept { return phy_; }
-  nl80211_reg_initiator initiator() const noexcept { return initiator_; }
-  nl80211_reg_type type() const noexcept { return type_; }
+  KernelEnum<nl80211_reg_initiator> initiator() const noexcept { return initiator_; }
+  KernelEnum<nl80211_reg_type> type() const noexcept { return type_; }
   std::string toString() const override;
 
  private:
   WiPhyID phy_;
-  nl80211_reg_initiator initiator_ = NL80211_REGDOM_SET_BY_CORE;
-  nl80211_reg_type type_ = NL80211_REGDOM_TYPE_COUNTRY;
+  KernelEnum<nl80211_reg_initiator> initiator_ = NL80211_REGDOM_SET_BY_CORE;
+  KernelEnum<nl80211_reg_type> type_ = NL80211_REGDOM_TYPE_COUNTRY;
 };
 
 // NL80211_CMD_CH_SWITCH_NOTIFY

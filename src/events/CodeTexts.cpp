@@ -179,7 +179,7 @@ std::string_view phyModeText(ieee80211_phymode mode) noexcept {
   return mode < phyModes.size() ? phyModes[mode] : unknown;
 }
 
-std::string_view regInitiatorText(nl80211_reg_initiator initiator) noexcept {
+std::string_view regInitiatorText(std::uint32_t initiator) noexcept {
   switch (initiator) {
     case NL80211_REGDOM_SET_BY_CORE:
       return "core";
@@ -194,7 +194,7 @@ std::string_view regInitiatorText(nl80211_reg_initiator initiator) noexcept {
   }
 }
 
-std::string_view regTypeText(nl80211_reg_type type) noexcept {
+std::string_view regTypeText(std::uint32_t type) noexcept {
   switch (type) {
     case NL80211_REGDOM_TYPE_COUNTRY:
       return "country";

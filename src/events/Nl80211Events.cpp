@@ -71,20 +71,10 @@ RegDomainChanged::RegDomainChanged(GenlMessage const& message)
     : Nl80211Event(message, NL80211_CMD_REG_CHANGE) {
   auto const& attrs = message.attributes();
   phy_ = WiPhyID(attrs.getU32(NL80211_ATTR_WIPHY));
-  // nl80211 sends both as u8. A value past the enumeration can't be held
-  // (its range is two bits): a newer kernel's value is refused, not stored.
-  auto const initiator = attrs.getU8(NL80211_ATTR_REG_INITIATOR);
-  if (initiator > NL80211_REGDOM_SET_BY_COUNTRY_IE) {
-    throw Error(fmt::format("regulatory initiator out of range ({} > {})", initiator,
-                            static_cast<int>(NL80211_REGDOM_SET_BY_COUNTRY_IE)));
-  }
-  auto const type = attrs.getU8(NL80211_ATTR_REG_TYPE);
-  if (type > NL80211_REGDOM_TYPE_INTERSECTION) {
-    throw Error(fmt::format("regulatory type out of range ({} > {})", type,
-                            static_cast<int>(NL80211_REGDOM_TYPE_INTERSECTION)));
-  }
-  initiator_ = static_cast<nl80211_reg_initiator>(initiator);
-  type_ = static_cast<nl80211_reg_type>(type);
+  // nl80211 sends both as u8; a newer kernel's value is kept and prints
+  // "<unknown>".
+  initiator_ = KernelEnum<nl80211_reg_initiator>::fromRaw(attrs.getU8(NL80211_ATTR_REG_INITIATOR));
+  type_ = KernelEnum<nl80211_reg_type>::fromRaw(attrs.getU8(NL80211_ATTR_REG_TYPE));
 }
 
 RegDomainChanged::~RegDomainChanged() = default;

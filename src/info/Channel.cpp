@@ -98,7 +98,7 @@ std::optional<std::uint32_t> optionalU32(AttrStream const& attrs, int type) {
 void ChannelInfo::readFrom(AttrStream const& attrs) {
   primary = Channel(MHz(attrs.getU32(NL80211_ATTR_WIPHY_FREQ)));
   center1 = Channel(MHz(attrs.getU32(NL80211_ATTR_CENTER_FREQ1)));
-  width = static_cast<nl80211_chan_width>(attrs.getU32(NL80211_ATTR_CHANNEL_WIDTH));
+  width = KernelEnum<nl80211_chan_width>::fromRaw(attrs.getU32(NL80211_ATTR_CHANNEL_WIDTH));
   channelType = optionalU32(attrs, NL80211_ATTR_WIPHY_CHANNEL_TYPE);
   // Unlike the channel type, an absent second segment leaves center2 alone;
   // callers read into fresh objects.
@@ -129,7 +129,7 @@ std::string ChannelInfo::toString() const {
 
 namespace detail {
 
-std::string_view chanWidthText(nl80211_chan_width width) {
+std::string_view chanWidthText(std::uint32_t width) {
   switch (width) {
     case NL80211_CHAN_WIDTH_20_NOHT:
       return "20 MHz (non-HT)";

@@ -20,6 +20,10 @@
 
 namespace Ny80211 {
 
+// NL80211_ATTR_MLD_ADDR as the kernels this library serves number it; older
+// system headers (6.1) give another number (314).
+inline constexpr int attrMldAddress = 351;
+
 class NY80211_API InterfaceInfo {
  public:
   // IFINDEX, IFNAME, WIPHY, IFTYPE, WDEV, MAC, GENERATION and
@@ -38,7 +42,7 @@ class NY80211_API InterfaceInfo {
   NetIfcID ifc;
   std::string name;
   WiPhyID wiphy;
-  nl80211_iftype iftype = NL80211_IFTYPE_UNSPECIFIED;
+  KernelEnum<nl80211_iftype> iftype = NL80211_IFTYPE_UNSPECIFIED;
   WDevID wdev;
   MacAddress mac;
   std::uint32_t generation = 0;
@@ -51,7 +55,7 @@ class NY80211_API InterfaceInfo {
 namespace detail {
 
 // "AP", "station", ...; "<unknown>" for types without a text.
-NY80211_API std::string_view iftypeText(nl80211_iftype type);
+NY80211_API std::string_view iftypeText(std::uint32_t type);
 
 }  // namespace detail
 }  // namespace Ny80211

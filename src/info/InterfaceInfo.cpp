@@ -11,7 +11,7 @@ void InterfaceInfo::readFrom(AttrStream const& attrs) {
   ifc = NetIfcID(attrs.getU32(NL80211_ATTR_IFINDEX));
   name = attrs.getString(NL80211_ATTR_IFNAME);
   wiphy = WiPhyID(attrs.getU32(NL80211_ATTR_WIPHY));
-  iftype = static_cast<nl80211_iftype>(attrs.getU32(NL80211_ATTR_IFTYPE));
+  iftype = KernelEnum<nl80211_iftype>::fromRaw(attrs.getU32(NL80211_ATTR_IFTYPE));
   wdev = WDevID(attrs.getU64(NL80211_ATTR_WDEV));
   mac = attrs.getMac(NL80211_ATTR_MAC);
   generation = attrs.getU32(NL80211_ATTR_GENERATION);
@@ -23,7 +23,7 @@ void InterfaceInfo::readFrom(AttrStream const& attrs) {
   }
   channel = ChannelInfo::tryReadFrom(attrs);
   mldAddress.reset();
-  if (attrs.has(NL80211_ATTR_MLD_ADDR)) mldAddress = attrs.getMac(NL80211_ATTR_MLD_ADDR);
+  if (attrs.has(attrMldAddress)) mldAddress = attrs.getMac(attrMldAddress);
 }
 
 std::string InterfaceInfo::toString() const {
@@ -43,7 +43,7 @@ std::string InterfaceInfo::toString() const {
 
 namespace detail {
 
-std::string_view iftypeText(nl80211_iftype type) {
+std::string_view iftypeText(std::uint32_t type) {
   switch (type) {
     case NL80211_IFTYPE_UNSPECIFIED:
       return "unspecified";

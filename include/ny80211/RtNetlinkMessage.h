@@ -16,15 +16,10 @@ namespace Ny80211 {
 class NY80211_API RtNetlinkMessage {
  public:
   // Looks up IFLA_IFNAME and IFLA_WIRELESS of an RTM_NEWLINK message (after
-  // its ifinfomsg); any other message carries neither. Does not own msg,
-  // which must outlive the view; reads no byte past its nlmsg_len. Never
-  // throws.
+  // its ifinfomsg); any other message, and a link message too short for its
+  // ifinfomsg, carries neither. Does not own msg, which must outlive the
+  // view; reads no byte past its nlmsg_len. Never throws.
   explicit RtNetlinkMessage(nl_msg* msg) noexcept;
-
-  // The message claims a link message but is too short for its ifinfomsg;
-  // then it carries no attributes, and every accessor below that returns
-  // them throws Error "link message too short ({} < {})".
-  bool isTruncated() const noexcept { return truncated_; }
 
   // The interface name (at most the attribute's bytes, up to a NUL), empty
   // when absent.
@@ -48,13 +43,10 @@ class NY80211_API RtNetlinkMessage {
   static constexpr std::size_t customHeaderSize = 16;  // up to a custom event's payload
 
  private:
-  void requireComplete() const;
   std::uint16_t const* wextEvent(std::size_t minimum) const;
 
   nlattr const* ifName_ = nullptr;
   nlattr const* wireless_ = nullptr;
-  bool truncated_ = false;
-  std::size_t linkSize_ = 0;  // bytes after the netlink header, when truncated
 };
 
 }  // namespace Ny80211

@@ -16,25 +16,13 @@ RtNetlinkMessage::RtNetlinkMessage(nl_msg* msg) noexcept {
   auto* header = nlmsg_hdr(msg);
   if (header->nlmsg_type != RTM_NEWLINK) return;
   // nlmsg_find_attr would start the attributes past the end of a message too
-  // short for its family header.
-  if (!nlmsg_valid_hdr(header, sizeof(ifinfomsg))) {
-    truncated_ = true;
-    auto const length = nlmsg_datalen(header);
-    linkSize_ = length > 0 ? static_cast<std::size_t>(length) : 0;
-    return;
-  }
+  // short for its family header; such a message carries nothing.
+  if (!nlmsg_valid_hdr(header, sizeof(ifinfomsg))) return;
   ifName_ = nlmsg_find_attr(header, sizeof(ifinfomsg), IFLA_IFNAME);
   wireless_ = nlmsg_find_attr(header, sizeof(ifinfomsg), IFLA_WIRELESS);
 }
 
-void RtNetlinkMessage::requireComplete() const {
-  if (truncated_) {
-    throw Error(fmt::format("link message too short ({} < {})", linkSize_, sizeof(ifinfomsg)));
-  }
-}
-
 std::string RtNetlinkMessage::getIfName() const {
-  requireComplete();
   if (ifName_ == nullptr) return {};
   // Up to the NUL, and never past the attribute when the NUL is missing.
   auto const* text = static_cast<char const*>(nla_data(ifName_));
@@ -46,7 +34,6 @@ std::size_t RtNetlinkMessage::wextEventSize() const noexcept {
 }
 
 std::uint16_t const* RtNetlinkMessage::wextEvent(std::size_t minimum) const {
-  requireComplete();
   if (wireless_ == nullptr) throw Error("not a wext event");
   if (wextEventSize() < minimum) {
     throw Error(fmt::format("wext event too short ({} < {})", wextEventSize(), minimum));

@@ -46,9 +46,7 @@ int WextEventDecoder::operator()(nl_msg* msg) const noexcept {
   RtNetlinkMessage const message(msg);
   std::uint16_t ath = 0;
   try {
-    // A truncated link message may have carried an event; its accessors
-    // throw the reason.
-    if (!message.isWextEvent() && !message.isTruncated()) return NL_OK;
+    if (!message.isWextEvent()) return NL_OK;
     if (message.wextEventID() != Event::AthWextEvent::customEventID) return NL_OK;
     ath = athEventOf(message);
   } catch (std::exception const& e) {

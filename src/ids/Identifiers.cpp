@@ -1,6 +1,7 @@
 #include "ny80211/Identifiers.h"
 
 #include <cerrno>
+#include <charconv>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -31,9 +32,15 @@ unsigned int WiPhyID::nameToIndex(std::string const& name) {
   if (!in.is_open() || !in.good()) {
     throw Error(fmt::format("error reading phy index from {}", path));
   }
+  // The whole token must be a decimal number: ">>" into an unsigned would
+  // take "-1" as 4294967295.
+  std::string text;
+  in >> text;
   unsigned int index = 0;
-  in >> index;
-  if (in.fail()) throw Error(fmt::format("error reading phy index from {}", path));
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), index);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+    throw Error(fmt::format("error reading phy index from {}", path));
+  }
   return index;
 }
 

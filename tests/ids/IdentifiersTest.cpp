@@ -1,6 +1,13 @@
 #include <net/if.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -44,6 +51,47 @@ TEST(Identifiers, NamesResolveAgainstTheSystem) {
             "netifc lookup failed for name 'nosuchifc0' (19)");
   EXPECT_EQ(errorText([&] { VapID(byName).nameToIndex("nosuchifc0"); }),
             "VAP lookup failed for name 'nosuchifc0' (19)");
+}
+
+// Runs f on a thread of its own whose private mount namespace shows a file
+// /sys/class/ieee80211/phy9/index holding `content`, so that the lookup reads a
+// real file; false when that is not allowed (not root).
+bool withPhyIndexFile(std::string const& content, std::function<void()> const& f) {
+  bool allowed = false;
+  std::thread([&] {
+    if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr) != 0) {
+      return;
+    }
+    mkdir("/sys/class/ieee80211", 0755);
+    mkdir("/sys/class/ieee80211/phy9", 0755);
+    std::ofstream("/sys/class/ieee80211/phy9/index") << content;
+    allowed = true;
+    f();
+  }).join();
+  return allowed;
+}
+
+TEST(Identifiers, PhyIndexFileMustHoldOneDecimalNumber) {
+  struct Row { char const* content; char const* expected; };
+  for (auto const& r : {Row{"0\n", "0"}, {"12\n", "12"}, {"4294967295\n", "4294967295"},
+                        {"-1\n", nullptr}, {"4294967296\n", nullptr}, {"7x\n", nullptr},
+                        {"", nullptr}}) {
+    std::string got;
+    if (!withPhyIndexFile(r.content, [&] {
+          try {
+            got = std::to_string(WiPhyID(std::string("phy9")).index());
+          } catch (Error const& e) {
+            got = e.what();
+          }
+        })) {
+      GTEST_SKIP() << "needs root for a mount namespace";
+    }
+    EXPECT_EQ(got, r.expected ? r.expected
+                              : "error reading phy index from /sys/class/ieee80211/phy9/index")
+        << r.content;
+  }
 }
 
 TEST(Identifiers, FormatEveryLetterAndRejectOthers) {

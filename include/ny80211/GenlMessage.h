@@ -57,7 +57,7 @@ class NY80211_API GenlMessage {
 
   // The debug text, or "<no debug info>".
   std::string debugInfoString() const;
-  // Marks the debug text "[ACK] "; the message must carry a debug record.
+  // Marks the debug text "[ACK] "; a message without one stays as it is.
   void setAckReceived(Badge<CommandSocket>);
   // Stamps the generic netlink family (cut to 16 bits) into nlmsg_type.
   void setGenlFamilyID(Badge<CommandSocket>, int familyID);

@@ -102,8 +102,10 @@ class NY80211_API CommandSocket : public Nl80211Socket {
   // Runs onValid for each reply (each dump entry) on the calling thread, with
   // the socket's lock held; its result goes to libnl (NL_OK, NL_SKIP,
   // NL_STOP). Throws CmdFailure (kernel error), DumpInterrupted, Error
-  // (transport) or std::system_error (lock). Exchanges of one socket never
-  // overlap; onValid must not send on the same socket.
+  // (transport; "command socket not connected" before connect()) or
+  // std::system_error (lock). Exchanges of one socket never overlap; onValid
+  // must not send on the same socket. After any failure the next exchange
+  // works: late replies of a failed one are dropped.
   void sendMessage(GenlMessage& message, std::function<int(nl_msg*)> const& onValid);
 
  private:

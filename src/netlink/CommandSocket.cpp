@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <system_error>
@@ -40,6 +41,20 @@ class Lock {
  private:
   pthread_mutex_t& mutex_;
 };
+
+// Replies of this exchange pass; a late reply of an earlier exchange (one
+// that failed while its replies were still due) is dropped, so that it can
+// neither end this exchange nor leave the socket behind; anything else is a
+// mismatch. libnl's own check counts exchanges and never catches up after a
+// failure.
+int checkSequence(nl_msg* msg, void* arg) {
+  auto const expected = *static_cast<std::uint32_t const*>(arg);
+  auto const received = nlmsg_hdr(msg)->nlmsg_seq;
+  if (received == expected) return NL_OK;
+  // Sequence numbers only grow (modulo 2^32).
+  if (static_cast<std::int32_t>(expected - received) > 0) return NL_SKIP;
+  return -NLE_SEQ_MISMATCH;
+}
 
 }  // namespace
 
@@ -104,6 +119,8 @@ void CommandSocket::connect() { connectSocket(); }
 void CommandSocket::sendMessage(GenlMessage& message,
                                 std::function<int(nl_msg*)> const& onValid) {
   Lock const lock(lock_);
+  if (socket() == nullptr) throw Error("command socket not connected");
+  if (message.toNlMsg() == nullptr) throw Error("message to send is empty");
   message.setGenlFamilyID(Badge<CommandSocket>(), familyID());
   // A fresh sequence number on every send, so that a command can be sent
   // again: libnl only numbers a message whose number is still unset.
@@ -145,6 +162,11 @@ void CommandSocket::sendMessage(GenlMessage& message,
         }
       },
       false);
+  std::uint32_t const sequence = nlmsg_hdr(message.toNlMsg())->nlmsg_seq;
+  if (nl_cb_set(callbacks.callbacks(), NL_CB_SEQ_CHECK, NL_CB_CUSTOM, checkSequence,
+                const_cast<std::uint32_t*>(&sequence)) != 0) {
+    throw Error("message callback setup failed");
+  }
 
   while (pending) {
     int const received = nl_recvmsgs(socket(), callbacks.callbacks());

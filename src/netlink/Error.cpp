@@ -1,10 +1,14 @@
 #include "ny80211/Error.h"
 
+#include <cstring>
+#include <limits>
 #include <optional>
 #include <system_error>
+#include <vector>
 
 #include <fmt/format.h>
 #include <linux/netlink.h>
+#include <netlink/attr.h>
 #include <netlink/msg.h>
 
 #include "ny80211/AttrStream.h"
@@ -23,7 +27,8 @@ DumpInterrupted::~DumpInterrupted() = default;
 namespace {
 
 // The kernel's extended acknowledgement message (NLMSGERR_ATTR_MSG), if any.
-// The error's own netlink header stands right before it.
+// The error's own netlink header stands right before it. Never throws: an
+// empty message attribute reads "<invalid>".
 std::optional<std::string> extendedAckMessage(nlmsgerr* err) {
   auto const* header = reinterpret_cast<nlmsghdr const*>(reinterpret_cast<char const*>(err) -
                                                          NLMSG_HDRLEN);
@@ -31,19 +36,33 @@ std::optional<std::string> extendedAckMessage(nlmsgerr* err) {
   // With NLM_F_CAPPED the quoted request is its header alone.
   std::size_t const offset = (header->nlmsg_flags & NLM_F_CAPPED)
                                  ? NLMSG_HDRLEN + sizeof(nlmsgerr)
-                                 : NLMSG_HDRLEN + sizeof(int) + err->msg.nlmsg_len;
+                                 : NLMSG_HDRLEN + sizeof(int) + std::size_t{err->msg.nlmsg_len};
   if (header->nlmsg_len <= offset) return {};
-  auto* attrs = reinterpret_cast<nlattr*>(reinterpret_cast<char*>(err) - NLMSG_HDRLEN + offset);
-  AttrStream const stream(nullptr, attrs, header->nlmsg_len - offset);
+  // The quoted request need not be a multiple of 4 long: copy the
+  // attributes to where a walk can read them aligned.
+  std::size_t const length = header->nlmsg_len - offset;
+  std::vector<nlattr> aligned((length + sizeof(nlattr) - 1) / sizeof(nlattr));
+  std::memcpy(aligned.data(), reinterpret_cast<char const*>(header) + offset, length);
+  AttrStream const stream(nullptr, aligned.data(), length);
   if (!stream.has(NLMSGERR_ATTR_MSG)) return {};
-  return getString(stream.find(NLMSGERR_ATTR_MSG));
+  auto const* message = stream.find(NLMSGERR_ATTR_MSG);
+  if (nla_len(message) < 1) return std::string("<invalid>");
+  return getString(message);
+}
+
+// The system's text for the positive error number; a number that has no
+// positive counterpart (INT_MIN) is named as glibc names unknown ones.
+std::string systemText(int error) {
+  if (error == std::numeric_limits<int>::min()) {
+    return fmt::format("Unknown error {}", -static_cast<long long>(error));
+  }
+  return std::generic_category().message(-error);
 }
 
 }  // namespace
 
 std::string to_string(nlmsgerr* err) {
-  auto text = fmt::format("Netlink error: {} ({})",
-                          std::generic_category().message(-err->error), err->error);
+  auto text = fmt::format("Netlink error: {} ({})", systemText(err->error), err->error);
   if (auto const message = extendedAckMessage(err)) text += fmt::format(" [{}]", *message);
   return text;
 }

@@ -47,7 +47,10 @@ std::string GenlMessage::debugInfoString() const {
   return debug_ ? debug_->text : "<no debug info>";
 }
 
-void GenlMessage::setAckReceived(Badge<CommandSocket>) { debug_->text.insert(0, "[ACK] "); }
+void GenlMessage::setAckReceived(Badge<CommandSocket>) {
+  // A message without a debug text has nothing to mark.
+  if (debug_) debug_->text.insert(0, "[ACK] ");
+}
 
 void GenlMessage::setGenlFamilyID(Badge<CommandSocket>, int familyID) {
   nlmsg_hdr(message_)->nlmsg_type = static_cast<std::uint16_t>(familyID);

@@ -1,18 +1,27 @@
 #pragma once
-// What the kernel tests share: running a command of the VM (iw, hostapd) and
-// reading what it prints.
+// What the kernel tests share: running a command of the VM (iw, hostapd),
+// reading what it prints, and waiting for a state of the kernel.
 
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <thread>
+#include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include <linux/nl80211.h>
+#include <net/if.h>
+#include <netlink/genl/ctrl.h>
+#include <netlink/genl/genl.h>
+#include <netlink/socket.h>
+#include <poll.h>
 
 namespace Ny80211::testing {
 
@@ -25,6 +34,71 @@ inline std::string run(std::string const& command) {
   while (auto n = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) out.append(buffer.data(), n);
   if (::pclose(pipe.release()) != 0) throw std::runtime_error(command + " failed:\n" + out);
   return out;
+}
+
+// Polls until ready() holds or the time is up; says which. The VM runs under
+// emulation on a shared machine, so a limit is a bound for a fault, never an
+// expected speed.
+template <class Ready>
+bool waitFor(Ready const& ready, std::chrono::seconds limit) {
+  auto const end = std::chrono::steady_clock::now() + limit;
+  while (!ready()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return true;
+}
+
+// Scans with `iw dev <interface> scan trigger <options>` and returns once the
+// kernel has reported the end of that scan: true when it finished, false when
+// it was aborted. Not `iw dev <interface> scan`: iw joins the scan group only
+// after its trigger has returned, and waits for good for the end of a scan
+// that ended before (a few channels take well under a second). Here the group
+// is joined first, and an end counts only after this scan's start.
+inline bool scan(std::string const& interface, std::string const& options,
+                 std::chrono::seconds limit = std::chrono::seconds(120)) {
+  std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket(nl_socket_alloc(), nl_socket_free);
+  if (!socket || genl_connect(socket.get()) < 0) throw std::runtime_error("no generic netlink socket");
+  int const group = genl_ctrl_resolve_grp(socket.get(), "nl80211", "scan");
+  if (group < 0 || nl_socket_add_membership(socket.get(), group) < 0) {
+    throw std::runtime_error("cannot join nl80211's scan group");
+  }
+  nl_socket_disable_seq_check(socket.get());
+  struct Scan {
+    unsigned ifindex;
+    bool started = false;
+    std::optional<bool> finished;
+  } state{::if_nametoindex(interface.c_str()), false, std::nullopt};
+  nl_socket_modify_cb(
+      socket.get(), NL_CB_VALID, NL_CB_CUSTOM,
+      [](nl_msg* message, void* arg) {
+        auto& scan = *static_cast<Scan*>(arg);
+        auto* header = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(message)));
+        auto* ifindex = nla_find(genlmsg_attrdata(header, 0), genlmsg_attrlen(header, 0), NL80211_ATTR_IFINDEX);
+        if (ifindex == nullptr || nla_get_u32(ifindex) != scan.ifindex) return static_cast<int>(NL_OK);
+        if (header->cmd == NL80211_CMD_TRIGGER_SCAN) {
+          scan.started = true;
+        } else if (scan.started && (header->cmd == NL80211_CMD_NEW_SCAN_RESULTS ||
+                                    header->cmd == NL80211_CMD_SCAN_ABORTED)) {
+          scan.finished = header->cmd == NL80211_CMD_NEW_SCAN_RESULTS;
+        }
+        return static_cast<int>(NL_OK);
+      },
+      &state);
+  run("iw dev " + interface + " scan trigger " + options + " >/dev/null");
+  auto const end = std::chrono::steady_clock::now() + limit;
+  while (!state.finished) {
+    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+      throw std::runtime_error("no end of the scan on " + interface + " within " +
+                               std::to_string(limit.count()) + " s");
+    }
+    pollfd ready{nl_socket_get_fd(socket.get()), POLLIN, 0};
+    if (::poll(&ready, 1, static_cast<int>(left.count())) > 0 && nl_recvmsgs_default(socket.get()) < 0) {
+      throw std::runtime_error("cannot read nl80211's scan group");
+    }
+  }
+  return *state.finished;
 }
 
 // One interface as `iw dev` prints it.
@@ -75,31 +149,36 @@ inline std::vector<IwInterface> iwDev() {
 class Hostapd {
  public:
   Hostapd(std::string const& interface, std::string const& config,
-          std::chrono::seconds upWithin = std::chrono::seconds(10))
+          std::chrono::seconds upWithin = std::chrono::seconds(60))
       : interface_(interface) {
     auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
     path_ = dir + "/hostapd-" + interface + ".conf";
     pidFile_ = dir + "/hostapd-" + interface + ".pid";
     std::ofstream(path_) << "interface=" << interface << "\ndriver=nl80211\n"
                          << "ctrl_interface=/run/hostapd\n" << config;
+    std::remove(pidFile_.c_str());
     run("hostapd -B -P " + pidFile_ + " " + path_ + " >/dev/null");
     if (upWithin.count() > 0) awaitBeacons(upWithin);
   }
 
   void awaitBeacons(std::chrono::seconds limit) const {
-    auto const end = std::chrono::steady_clock::now() + limit;
-    while (run("iw dev " + interface_ + " info").find("\tssid ") == std::string::npos) {
-      if (std::chrono::steady_clock::now() > end) {
-        throw std::runtime_error("hostapd did not start an access point on " + interface_);
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (!waitFor([&] { return run("iw dev " + interface_ + " info").find("\tssid ") != std::string::npos; },
+                 limit)) {
+      throw std::runtime_error("hostapd did not start an access point on " + interface_);
     }
   }
 
+  // Returns once hostapd has exited: only then has it put the interface back
+  // and removed its control socket and pid file, which the next hostapd on
+  // the interface would otherwise lose.
   ~Hostapd() {
-    std::system(("kill $(cat " + pidFile_ + ") 2>/dev/null; while iw dev " + interface_ +
-                 " info | grep -q 'type AP'; do sleep 0.1; done")
-                    .c_str());
+    std::string pid;
+    // hostapd -B writes its pid file after the parent has returned.
+    waitFor([&] { return static_cast<bool>(std::ifstream(pidFile_) >> pid); }, std::chrono::seconds(30));
+    if (pid.empty() || std::system(("kill " + pid).c_str()) != 0 ||
+        !waitFor([&] { return exited(pid); }, std::chrono::seconds(60))) {
+      std::cerr << "hostapd on " << interface_ << " (pid '" << pid << "') did not stop\n";
+    }
   }
   Hostapd(Hostapd const&) = delete;
   Hostapd& operator=(Hostapd const&) = delete;
@@ -113,6 +192,15 @@ class Hostapd {
   }
 
  private:
+  // Gone, or a zombie that no one has reaped yet.
+  static bool exited(std::string const& pid) {
+    std::ifstream stat("/proc/" + pid + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) return true;
+    auto const state = line.rfind(") ");
+    return state != std::string::npos && line.compare(state + 2, 1, "Z") == 0;
+  }
+
   std::string interface_;
   std::string path_;
   std::string pidFile_;

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -200,9 +199,8 @@ TEST_F(KernelRecords, AccessPointChannelBeforeAndAfterASwitch) {
             std::string::npos);
 
   ap.cli("chan_switch 5 5745 sec_channel_offset=1 center_freq1=5775 bandwidth=80 vht");
-  for (int i = 0; i < 100 && channelOf(wlan0).primary.frequency != 5745u; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
+  // The switch takes five beacons.
+  waitFor([&] { return channelOf(wlan0).primary.frequency == 5745u; }, std::chrono::seconds(60));
   channel = channelOf(wlan0);
   EXPECT_EQ(channel.toString(),
             "primary 5745 MHz (#149) / center 5775 MHz (#155) / width 80 MHz");
@@ -213,14 +211,12 @@ TEST_F(KernelRecords, AccessPointChannelBeforeAndAfterASwitch) {
 TEST_F(KernelRecords, ScanResultsRender) {
   Hostapd const ap("wlan0", vht80);
   run("ip link set wlan1 up");
-  std::string dumped;
-  for (int attempt = 0; attempt < 3 && dumped.find("ny80211-vht80") == std::string::npos; ++attempt) {
-    // Under emulation a scan now and then never ends: give it 30 s (it takes
-    // about 14), then try again.
-    run("timeout 30 iw dev wlan1 scan >/dev/null || true");
-    dumped = run("iw dev wlan1 scan dump");
-  }
-  ASSERT_NE(dumped.find("ny80211-vht80"), std::string::npos) << "no scan result";
+  // The access point's channel only; a scan may miss its answer.
+  auto const found = [] {
+    return scan("wlan1", "freq 5180") &&
+           run("iw dev wlan1 scan dump").find("ny80211-vht80") != std::string::npos;
+  };
+  ASSERT_TRUE(waitFor(found, std::chrono::seconds(180))) << "no scan result";
 
   auto dump = Nl80211Command::dump(NL80211_CMD_GET_SCAN, "dump scan wlan1");
   NetIfcID(std::string("wlan1")).writeTo(dump.attributes());

@@ -2,6 +2,7 @@
 // five access points on virtual radios (2.4 GHz HT20 and HT40, 5 GHz VHT80
 // and VHT160, 6 GHz HE80), the sixth radio scans, and what the library reads
 // from the kernel's replies is held against what iw prints on the same run.
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -48,16 +50,16 @@ std::vector<AccessPoint> const accessPoints{
      0s},
     // Before the HT20 network: 40 MHz only where no other network overlaps at
     // the start.
-    {"wlan1", "ny80211-ht40", "hw_mode=g\nchannel=6\nieee80211n=1\nht_capab=[HT40+]\n", 10s},
-    {"wlan0", "ny80211-ht20", "hw_mode=g\nchannel=1\nieee80211n=1\n", 10s},
+    {"wlan1", "ny80211-ht40", "hw_mode=g\nchannel=6\nieee80211n=1\nht_capab=[HT40+]\n", 60s},
+    {"wlan0", "ny80211-ht20", "hw_mode=g\nchannel=1\nieee80211n=1\n", 60s},
     {"wlan2", "ny80211-vht80",
      "hw_mode=a\nchannel=36\nieee80211n=1\nieee80211ac=1\nht_capab=[HT40+]\nvht_oper_chwidth=1\n"
      "vht_oper_centr_freq_seg0_idx=42\n",
-     10s},
+     60s},
     {"wlan4", "ny80211-he6",
      "hw_mode=a\nop_class=133\nchannel=37\nieee80211ax=1\nhe_oper_chwidth=1\n"
      "he_oper_centr_freq_seg0_idx=39\n" + sae,
-     10s},
+     60s},
 };
 std::string const station = "wlan5";
 char const* const scanFrequencies = "2412 2437 5180 6135";
@@ -68,6 +70,7 @@ struct IwBss {
   std::optional<int> htPrimary;
   std::string htSecondary, htStaWidth;
   std::optional<int> vhtWidth, vhtSegment1, vhtSegment2;
+  std::optional<int> seenMsAgo;
 };
 
 std::string after(std::string const& line, std::string const& key) {
@@ -86,6 +89,8 @@ std::map<std::string, IwBss> iwScanDump(std::string const& ifc) {
       continue;
     } else if (auto v = after(line, "\tfreq: "); !v.empty()) {
       bss->freq = v;
+    } else if (auto v = after(line, "\tlast seen: "); v.ends_with(" ms ago")) {
+      bss->seenMsAgo = std::stoi(v);
     } else if (auto v = after(line, "\tsignal: "); !v.empty()) {
       bss->signal = v;
     } else if (auto v = after(line, "\tSSID: "); !v.empty()) {
@@ -123,22 +128,22 @@ std::map<std::string, std::string> iwInfo(std::string const& ifc) {
 }
 
 // The width as iw names it.
-std::string iwWidth(nl80211_chan_width width) {
-  switch (width) {
-    case NL80211_CHAN_WIDTH_20_NOHT: return "20 MHz (no HT)";
-    case NL80211_CHAN_WIDTH_20: return "20 MHz";
-    case NL80211_CHAN_WIDTH_40: return "40 MHz";
-    case NL80211_CHAN_WIDTH_80: return "80 MHz";
-    case NL80211_CHAN_WIDTH_80P80: return "80+80 MHz";
-    case NL80211_CHAN_WIDTH_160: return "160 MHz";
-    default: return fmt::format("width {}", static_cast<int>(width));
+std::string iwWidth(ChannelInfo const& channel) {
+  static std::pair<nl80211_chan_width, char const*> const names[] = {
+      {NL80211_CHAN_WIDTH_20_NOHT, "20 MHz (no HT)"}, {NL80211_CHAN_WIDTH_20, "20 MHz"},
+      {NL80211_CHAN_WIDTH_40, "40 MHz"},              {NL80211_CHAN_WIDTH_80, "80 MHz"},
+      {NL80211_CHAN_WIDTH_80P80, "80+80 MHz"},        {NL80211_CHAN_WIDTH_160, "160 MHz"},
+  };
+  for (auto const& [width, name] : names) {
+    if (channel.width == width) return name;
   }
+  return fmt::format("width {}", channel.width);
 }
 
 // A channel in `iw dev` terms.
 std::string iwChannel(ChannelInfo const& channel) {
   auto text = fmt::format("{} ({} MHz), width: {}, center1: {} MHz", channel.primary.number,
-                          channel.primary.frequency, iwWidth(channel.width),
+                          channel.primary.frequency, iwWidth(channel),
                           channel.center1.frequency);
   if (channel.center2) text += fmt::format(", center2: {} MHz", channel.center2->frequency);
   return text;
@@ -152,26 +157,35 @@ class KernelScan : public ::testing::Test {
       running.push_back(std::make_unique<Hostapd>(ap.interface, "ssid=" + ap.ssid + "\n" + common + ap.config,
                                                   ap.upWithin));
     }
-    running.front()->awaitBeacons(120s);
+    running.front()->awaitBeacons(180s);
     run("ip link set " + station + " up");
   }
   static void TearDownTestSuite() { running.clear(); }
 
-  // The kernel forgets a BSS not seen for 30 s, and the slower builds take
-  // that long between tests: a scan older than 15 s is done again.
-  static void scanIfStale() {
-    if (std::chrono::steady_clock::now() - scannedAt < 15s) return;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-      // Under emulation a scan now and then never ends: give it 30 s, then
-      // try again.
-      run(fmt::format("timeout 30 iw dev {} scan freq {} >/dev/null || true", station, scanFrequencies));
-      if (iwScanDump(station).size() >= accessPoints.size()) break;
+  // The kernel forgets a BSS it has not seen for 30 s, and a scan, a few tens
+  // of milliseconds per channel, may miss one: each test starts with every
+  // access point seen in the last 10 s, scanning until so, and then has 20 s
+  // for its reads.
+  static void scanUntilFresh() {
+    auto const fresh = [] {
+      auto const table = iwScanDump(station);
+      return std::all_of(accessPoints.begin(), accessPoints.end(), [&](AccessPoint const& ap) {
+        return std::any_of(table.begin(), table.end(), [&](auto const& entry) {
+          return entry.second.ssid == ap.ssid && entry.second.seenMsAgo.value_or(30000) <= 10000;
+        });
+      });
+    };
+    auto const end = std::chrono::steady_clock::now() + 180s;
+    while (!fresh()) {
+      if (std::chrono::steady_clock::now() > end) {
+        throw std::runtime_error("scans did not find every access point within 180 s");
+      }
+      scan(station, fmt::format("freq {}", scanFrequencies));
     }
-    scannedAt = std::chrono::steady_clock::now();
   }
 
   void SetUp() override {
-    scanIfStale();
+    scanUntilFresh();
     socket.connect();
   }
 
@@ -187,7 +201,6 @@ class KernelScan : public ::testing::Test {
   }
 
   static inline std::vector<std::unique_ptr<Hostapd>> running;
-  static inline std::chrono::steady_clock::time_point scannedAt;
   CommandSocket socket;
 };
 

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <thread>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -93,18 +92,45 @@ std::string libraryKind(TraceLine const& line) {
 class KernelEvents : public ::testing::Test {
  protected:
   void SetUp() override {
-    // iw has joined its groups well within a second, even under emulation.
-    run("iw event -t > /tmp/iw-event.txt 2>&1 & echo $! > /tmp/iw-event.pid; sleep 1");
+    run("iw event -t > /tmp/iw-event.txt 2>&1 & echo $! > /tmp/iw-event.pid");
+    // iw joins its groups a while after it starts and misses what comes
+    // before: a monitor interface, made again until iw shows it, tells when it
+    // listens; a second one, which stays, marks where the run starts. (iw
+    // names an interface as it is when it prints the line: one deleted by
+    // then shows under a stale name.)
+    ASSERT_TRUE(waitFor(
+        [] {
+          run("iw dev probe0 del 2>/dev/null; iw phy phy1 interface add probe0 type monitor");
+          return waitFor([] { return iwLinesThrough("probe0 (phy #1): new") > 0; }, std::chrono::seconds(1));
+        },
+        std::chrono::seconds(60)));
+    run("iw dev probe0 del && iw phy phy1 interface add start0 type monitor");
+    ASSERT_TRUE(waitFor([&] { return (iwStart = iwLinesThrough("start0 (phy #1): new")) > 0; },
+                        std::chrono::seconds(60)));
     context.connectCommands();
     context.connectEventsNl80211(publisher, {"config", "scan", "regulatory", "mlme"});
     context.connectEventsWext(publisher);
     context.startEventLoop();
   }
 
+  void TearDown() override { run("kill $(cat /tmp/iw-event.pid) || true"); }
+
+  // What iw has printed so far, through the first line that holds text; 0
+  // while none does.
+  static std::size_t iwLinesThrough(std::string const& text) {
+    std::ifstream file("/tmp/iw-event.txt");
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line);) {
+      ++count;
+      if (line.find(text) != std::string::npos) return count;
+    }
+    return 0;
+  }
+
   // Takes events off the queue, as the daemon's consumer thread does, until
   // one of type T satisfies accept; every event taken is kept in order.
   template <class T, class Accept>
-  Poco::AutoPtr<T> await(Accept const& accept, std::chrono::seconds limit = std::chrono::seconds(30)) {
+  Poco::AutoPtr<T> await(Accept const& accept, std::chrono::seconds limit = std::chrono::seconds(60)) {
     auto const end = std::chrono::steady_clock::now() + limit;
     while (std::chrono::steady_clock::now() < end) {
       Poco::AutoPtr<Poco::Notification> event(queue.waitDequeueNotification(500));
@@ -125,12 +151,16 @@ class KernelEvents : public ::testing::Test {
     return "<not an event of the library>";
   }
 
-  std::vector<std::string> iwKinds() {
-    run("kill $(cat /tmp/iw-event.pid); sleep 0.2");
+  // The kinds of what iw printed from the run's start through the line that
+  // holds last.
+  std::vector<std::string> iwKinds(std::string const& last) const {
     std::ifstream file("/tmp/iw-event.txt");
     std::vector<std::string> kinds;
+    std::size_t count = 0;
     for (std::string line; std::getline(file, line);) {
+      if (++count <= iwStart) continue;
       if (auto kind = iwKind(line); !kind.empty()) kinds.push_back(kind);
+      if (line.find(last) != std::string::npos) break;
     }
     return kinds;
   }
@@ -140,6 +170,7 @@ class KernelEvents : public ::testing::Test {
   NyEvent::Publisher publisher{queue};
   Context context;
   std::vector<std::string> texts;
+  std::size_t iwStart = 0;
 };
 
 TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
@@ -201,6 +232,11 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
     NetIfcID const wlan0(std::string("wlan0"));
     EXPECT_EQ(stopped->toString(),
               fmt::format("AP stopped (phy 0 / ifc {} / wdev {})", wlan0.index(), stopped->wdev().id()));
+    // With no interface in use the kernel goes back to the world domain and
+    // at once to the user's DE again, before it takes the next command.
+    ASSERT_FALSE(await<Event::RegDomainChanged>([](auto const& e) {
+                   return e.initiator() == NL80211_REGDOM_SET_BY_CORE;
+                 }).isNull());
   }
 
   // Its "driver" asks for FR while the user set DE: the kernel intersects.
@@ -212,13 +248,19 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
   ASSERT_FALSE(regChange.isNull());
   EXPECT_EQ(regChange->toString(), "regdomain (type intersection) for phy 2 changed by driver");
 
-  // Whatever the last steps still cause has arrived after a quiet while.
-  std::this_thread::sleep_for(std::chrono::seconds(2));
-  while (Poco::AutoPtr<Poco::Notification> event = queue.dequeueNotification()) {
-    texts.push_back(textOf(*event));
-  }
-  auto const lines = trace.lines();
-  auto const theirs = iwKinds();
+  // A last monitor interface: what the kernel sent before it, both sides
+  // have seen once they have seen it; what comes after is left out.
+  run("iw phy phy1 interface add end0 type monitor");
+  auto const end = await<Event::IfcCreated>([](auto const& e) { return e.info().name == "end0"; });
+  ASSERT_FALSE(end.isNull());
+  ASSERT_TRUE(waitFor([] { return iwLinesThrough("end0 (phy #1): new") > 0; }, std::chrono::seconds(60)));
+  auto lines = trace.lines();
+  auto const last = std::find_if(lines.begin(), lines.end(), [&](TraceLine const& line) {
+    return line.level == trace::Level::Info && line.text == end->toString();
+  });
+  ASSERT_NE(last, lines.end());
+  lines.erase(last + 1, lines.end());
+  auto const theirs = iwKinds("end0 (phy #1): new");
 
   // Every event was logged once, before it was published, in the same order.
   std::vector<std::string> logged;

@@ -4,6 +4,7 @@
 
 #include <linux/rtnetlink.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include <netlink/errno.h>
 #include <netlink/genl/ctrl.h>
@@ -21,6 +22,21 @@ namespace Ny80211 {
 namespace {
 
 constexpr int wextReceiveBufferSize = 256 * 1024;
+
+// The kernel may flag an overrun only after the reader has emptied the queue:
+// epoll then reports EPOLLERR alone, and the kernel drops every later message
+// for the socket until a receive finds the queue empty. Announces the
+// overrun as a failed receive would, takes it (epoll would report it
+// forever), and lets a receive that reads nothing find the queue empty.
+void takeOverrunWithoutData(nl_sock* socket) {
+  int const fd = nl_socket_get_fd(socket);
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error == 0) return;
+  trace::cmdErr("event receive failed ({})", -nl_syserr2nlerr(error));
+  char none;
+  recv(fd, &none, 0, MSG_PEEK | MSG_DONTWAIT);
+}
 
 }  // namespace
 
@@ -50,7 +66,10 @@ EpollEventReceiver::EpollEventReceiver(NlSockPtr socket, TEVPoll::EpollFD& epoll
 EpollEventReceiver::~EpollEventReceiver() = default;
 
 void EpollEventReceiver::onReadable(std::uint32_t events) {
-  if ((events & EPOLLIN) == 0) return;
+  if ((events & EPOLLIN) == 0) {
+    if ((events & EPOLLERR) != 0) takeOverrunWithoutData(socket_.get());
+    return;
+  }
   int const result = nl_recvmsgs(socket_.get(), callbacks_->callbacks());
   if (pendingError_) {
     // Kept, not cleared: an event socket the kernel reported an error on

@@ -95,21 +95,21 @@ class Message {
 
 // Bytes appended to the message without padding, so that it ends where they
 // do.
-inline Message appended(Message message, Bytes const& attrs) {
-  if (!attrs.empty() && nlmsg_append(message.get(), const_cast<std::uint8_t*>(attrs.data()),
-                                     attrs.size(), 0) != 0) {
+inline Message appended(Message message, Bytes const& bytes) {
+  if (!bytes.empty() &&
+      nlmsg_append(message.get(), const_cast<std::uint8_t*>(bytes.data()), bytes.size(), 0) != 0) {
     fail("appended bytes do not fit");
   }
   return message;
 }
 
-// A generic netlink message of the command: headers, then attrs. The family
-// number is nl80211's as it often is; no handler looks at it.
+// A generic netlink message of the command: headers, then attrs. Any family
+// number will do: no handler looks at it.
 inline Message genlMessage(std::uint8_t command, Bytes const& attrs) {
   constexpr int family = 0x1c;
   Message message(nlmsg_alloc_size(NLMSG_HDRLEN + GENL_HDRLEN + attrs.size()));
-  if (!message || genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, family, 0, 0, command,
-                              0) == nullptr) {
+  if (!message ||
+      genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, family, 0, 0, command, 0) == nullptr) {
     fail("generic netlink header does not fit");
   }
   return appended(std::move(message), attrs);
@@ -121,7 +121,8 @@ inline Message linkMessage(Bytes const& attrs) {
   ifinfomsg info{};
   info.ifi_family = AF_UNSPEC;
   info.ifi_index = 7;
-  if (!message || nlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, RTM_NEWLINK, 0, 0) == nullptr ||
+  if (!message ||
+      nlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, RTM_NEWLINK, 0, 0) == nullptr ||
       nlmsg_append(message.get(), &info, sizeof info, NLMSG_ALIGNTO) != 0) {
     fail("link header does not fit");
   }

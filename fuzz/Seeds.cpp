@@ -47,7 +47,8 @@ void write(std::string const& target, std::string const& name, Bytes const& byte
   auto const dir = root / target;
   std::filesystem::create_directories(dir);
   std::ofstream(dir / name, std::ios::binary)
-      .write(reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+      .write(reinterpret_cast<char const*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 // A whole netlink message, and its bytes from offset on.
@@ -66,7 +67,8 @@ void nest(TestMessage& outer, int type, TestMessage const& inner) {
 // Elements as access points send them.
 namespace ie {
 Bytes const ssid = Bytes{0, 9} + text("quenta-ap", false);
-Bytes const rsn{48, 20, 1, 0, 0, 0x0f, 0xac, 4, 1, 0, 0, 0x0f, 0xac, 4, 1, 0, 0, 0x0f, 0xac, 2, 0x0c, 0};
+Bytes const rsn{48,   20,   1, 0, 0, 0x0f, 0xac, 4,    1, 0,    0,
+                0x0f, 0xac, 4, 1, 0, 0,    0x0f, 0xac, 2, 0x0c, 0};
 // UTF-8 SSID is bit 48.
 Bytes const extCaps{127, 8, 0x04, 0, 0x08, 0, 0, 0, 0x01, 0x40};
 Bytes const wmm{221, 7, 0x00, 0x50, 0xf2, 2, 0, 1, 0};
@@ -105,7 +107,8 @@ struct ElementSet {
 };
 
 std::vector<ElementSet> const elementSets = {
-    {"ht20-2ghz", NL80211_BAND_2GHZ, 2437, ie::ssid + ie::rsn + ie::ht(6, 0) + ie::extCaps + ie::wmm},
+    {"ht20-2ghz", NL80211_BAND_2GHZ, 2437,
+     ie::ssid + ie::rsn + ie::ht(6, 0) + ie::extCaps + ie::wmm},
     {"ht40-5ghz", NL80211_BAND_5GHZ, 5180, ie::ssid + ie::rsn + ie::ht(36, 0x05) + ie::wmm},
     {"vht80-5ghz", NL80211_BAND_5GHZ, 5180,
      ie::ssid + ie::ht(36, 0x05) + ie::vht(1, 42, 0) + ie::extCaps},
@@ -260,7 +263,8 @@ void nl80211Events() {
     ifc(m, NL80211_IFTYPE_AP);
     m.put(NL80211_ATTR_4ADDR, {1});
   });
-  genl(target, "ifc-deleted", NL80211_CMD_DEL_INTERFACE, [](TestMessage& m) { ifc(m, NL80211_IFTYPE_MONITOR); });
+  genl(target, "ifc-deleted", NL80211_CMD_DEL_INTERFACE,
+       [](TestMessage& m) { ifc(m, NL80211_IFTYPE_MONITOR); });
   genl(target, "ap-stopped", NL80211_CMD_STOP_AP, [](TestMessage& m) {
     m.u32(NL80211_ATTR_WIPHY, 0).u32(NL80211_ATTR_IFINDEX, 1);
     m.put(NL80211_ATTR_WDEV, bytesOf<std::uint64_t>(0x100000001));
@@ -381,17 +385,26 @@ void attrFmt() {
   Bytes const nl80211{0}, bss{1}, config{2}, noTable{3};
   genl(target, "wiphy", NL80211_CMD_NEW_WIPHY, wiphy, nl80211, false);
   genl(target, "no-table", NL80211_CMD_NEW_WIPHY, wiphy, noTable, false);
-  genl(target, "interface", NL80211_CMD_NEW_INTERFACE, [](TestMessage& m) {
-    ifc(m, NL80211_IFTYPE_AP);
-    apChannel(m);
-  }, nl80211, false);
-  genl(target, "scan-result", NL80211_CMD_NEW_SCAN_RESULTS,
-       [](TestMessage& m) { scanResult(m, elementSets[2], true); }, nl80211, false);
-  genl(target, "bss-scope", 0, [](TestMessage& m) { bssAttrs(m, elementSets[5], true); }, bss, false);
-  genl(target, "config-scope", 0, [](TestMessage& m) {
-    m.u32(QcaCmd::attrConfigGenericCommand, QcaCmd::genericParamCommand);
-    m.u32(QcaCmd::attrConfigGenericValue, 360).u32(QcaCmd::attrConfigGenericFlags, 0);
-  }, config, false);
+  genl(
+      target, "interface", NL80211_CMD_NEW_INTERFACE,
+      [](TestMessage& m) {
+        ifc(m, NL80211_IFTYPE_AP);
+        apChannel(m);
+      },
+      nl80211, false);
+  genl(
+      target, "scan-result", NL80211_CMD_NEW_SCAN_RESULTS,
+      [](TestMessage& m) { scanResult(m, elementSets[2], true); }, nl80211, false);
+  genl(
+      target, "bss-scope", 0, [](TestMessage& m) { bssAttrs(m, elementSets[5], true); }, bss,
+      false);
+  genl(
+      target, "config-scope", 0,
+      [](TestMessage& m) {
+        m.u32(QcaCmd::attrConfigGenericCommand, QcaCmd::genericParamCommand);
+        m.u32(QcaCmd::attrConfigGenericValue, 360).u32(QcaCmd::attrConfigGenericFlags, 0);
+      },
+      config, false);
 
   // A driver parameter set: generic command, parameter, value; and the vendor
   // data of another subcommand, printed in hex.
@@ -405,10 +418,13 @@ void attrFmt() {
     nest(m, NL80211_ATTR_VENDOR_DATA, configData);
   };
   genl(target, "vendor-set-config", NL80211_CMD_VENDOR, setConfig, nl80211, false);
-  genl(target, "vendor-tx-vdev-status", NL80211_CMD_VENDOR, [](TestMessage& m) {
-    m.u32(NL80211_ATTR_VENDOR_ID, QcaCmd::vendorId).u32(NL80211_ATTR_VENDOR_SUBCMD, 196);
-    m.put(NL80211_ATTR_VENDOR_DATA, {1, 0, 0, 0, 8, 0, 1, 0});
-  }, nl80211, false);
+  genl(
+      target, "vendor-tx-vdev-status", NL80211_CMD_VENDOR,
+      [](TestMessage& m) {
+        m.u32(NL80211_ATTR_VENDOR_ID, QcaCmd::vendorId).u32(NL80211_ATTR_VENDOR_SUBCMD, 196);
+        m.put(NL80211_ATTR_VENDOR_DATA, {1, 0, 0, 0, 8, 0, 1, 0});
+      },
+      nl80211, false);
 
   TestMessage scan;
   scanResult(scan, elementSets[5], true);

@@ -47,8 +47,8 @@ class Printer final : public ElementVisitor {
       out("HE VHT {} {} {}", vht->channelWidth, vht->ccfs0, vht->ccfs1);
     }
     if (auto const& six = e.sixGhzOperationInfo()) {
-      out("HE 6 GHz {} {} {} {} {}", six->primaryChannel, six->channelWidth, six->ccfs0,
-          six->ccfs1, six->minimumRate);
+      out("HE 6 GHz {} {} {} {} {}", six->primaryChannel, six->channelWidth, six->ccfs0, six->ccfs1,
+          six->minimumRate);
     }
   }
   void visit(Elem::HtOperation const& e) override {
@@ -136,8 +136,8 @@ void handMade(fuzz::Input& input) {
   header.id.isExtension = header.id.id == 255;
   auto const rest = input.rest();
   try {
-    auto const element = Element::make(header, Span(reinterpret_cast<std::byte const*>(rest.data()),
-                                                    rest.size()));
+    auto const element =
+        Element::make(header, Span(reinterpret_cast<std::byte const*>(rest.data()), rest.size()));
     if (element) {
       Printer printer;
       element->accept(printer);

@@ -45,9 +45,8 @@ std::optional<std::string> expectedText(std::int32_t error, bool withTlvs, fuzz:
   if (message == nullptr) return text;
   if (nla_len(message) < 1) return std::nullopt;
   auto const* chars = static_cast<char const*>(nla_data(message));
-  return text + fmt::format(" [{}]", std::string_view(
-                                         chars, strnlen(chars, static_cast<std::size_t>(
-                                                                   nla_len(message)))));
+  auto const length = strnlen(chars, static_cast<std::size_t>(nla_len(message)));
+  return text + fmt::format(" [{}]", std::string_view(chars, length));
 }
 
 void framed(fuzz::Input& input) {
@@ -72,8 +71,7 @@ void framed(fuzz::Input& input) {
   err->msg.nlmsg_type = 0x1c;
   err->msg.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
   auto const complete =
-      fuzz::appended(fuzz::appended(std::move(message), capped ? fuzz::Bytes{} : body),
-                           tlvs);
+      fuzz::appended(fuzz::appended(std::move(message), capped ? fuzz::Bytes{} : body), tlvs);
 
   auto const text = to_string(err);
   auto const expected = expectedText(error, withTlvs, tlvs);

@@ -61,7 +61,10 @@ report() {
   local target=$1 dir=$work/$1
   local status execs cov ft findings
   status=$(cat "$dir/status")
+  # The final statistics, or the last status line's count when a finding
+  # ended the run before them.
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | tail -1)
+  [[ -n $execs ]] || execs=$(sed -n 's/^#\([0-9]*\)[[:space:]].*/\1/p' "$dir/log" | tail -1)
   cov=$(grep -o 'cov: [0-9]*' "$dir/log" | tail -1 | cut -d' ' -f2)
   ft=$(grep -o 'ft: [0-9]*' "$dir/log" | tail -1 | cut -d' ' -f2)
   findings=$(find "$dir/findings" -type f -newer "$dir/started" | sort)

@@ -236,6 +236,7 @@ struct Row {
   double rate;
   bool held;  // the loop waits in its first event's line until all are sent
 };
+void PrintTo(Row const& row, std::ostream* out) { *out << row.name; }
 class Floods : public FloodTest, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(Floods, LoseNothingUnannouncedAndTheLoopGoesOn) {

@@ -208,7 +208,8 @@ TEST(KernelStress, ConcurrentCommandsWhileEventsFlow) {
   }
   std::cout << fmt::format("{} interfaces created and deleted: {} + {} events; {} driver events "
                            "sent, {} received\n",
-                           cycles, counts.created, counts.deleted, driverSent, counts.driver);
+                           cycles, counts.created.load(), counts.deleted.load(), driverSent,
+                           counts.driver.load());
   EXPECT_EQ(churnFaults, std::vector<std::string>{});
   // Nothing lost, and so no line about the event sockets.
   EXPECT_EQ(counts.markers, 1U);

@@ -1,6 +1,6 @@
 #pragma once
-// AttrStream: a view over a run of netlink attributes, indexed by type (the
-// first occurrence wins), read by type and written through libnl.
+// AttrStream: a view over a run of netlink attributes, read by type (the
+// first occurrence wins) and written through libnl.
 // NestedAttr: a stream that may own a message of its own, the unit in which
 // nested attributes are read and built.
 
@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "ny80211/Export.h"
@@ -41,9 +41,11 @@ class NY80211_API AttrStream {
 
   void setTo(nl_msg* msg, nlattr* head, unsigned long length, unsigned long headerLength);
 
-  bool has(int type) const;
+  bool has(int type) const noexcept { return tryFind(type) != nullptr; }
   // Throws AttrNotFound "attribute not found (type {})".
   nlattr* find(int type) const;
+  // The first attribute of the type, or null: the way to test an optional one.
+  nlattr* tryFind(int type) const noexcept;
   // Every attribute in message order, duplicates included.
   void forEachAttr(std::function<void(nlattr const*)> const& f) const;
   void forEachAttr(std::function<void(nlattr*)> const& f);
@@ -87,6 +89,10 @@ class NY80211_API AttrStream {
   nycpp::span<const std::byte> getBytes(int type) const;
   std::vector<NestedAttr> getNestedList(int type) const;
 
+  // Optional reads: empty when absent, Error when present but short.
+  std::optional<std::uint8_t> tryGetU8(int type) const;
+  std::optional<std::uint32_t> tryGetU32(int type) const;
+
   nl_msg* message() const noexcept { return message_; }
   nlattr* head() const noexcept { return head_; }
   long length() const noexcept { return length_; }
@@ -96,7 +102,13 @@ class NY80211_API AttrStream {
   nlattr* head_ = nullptr;
   long length_ = 0;
   unsigned long headerLength_ = 0;
-  std::unordered_map<int, nlattr*> index_;
+  // Which types below 512 occur: an absent optional attribute is answered
+  // without a walk, and present ones are found by a walk from the head that
+  // stops at the first of the type. Streams stay small, flat and
+  // allocation-free to make and to copy.
+  static constexpr int seenTypes = 512;
+  void markSeen(int type) noexcept;
+  std::array<std::uint64_t, seenTypes / 64> seen_{};
 };
 
 extern template NY80211_API void AttrStream::addInternal<unsigned char>(int, unsigned char const&);

@@ -7,9 +7,13 @@
 #include <netlink/attr.h>
 #include <netlink/msg.h>
 
+#include "netlink/AttrWalk.h"
 #include "ny80211/Error.h"
 
 namespace Ny80211 {
+
+using detail::forEachValid;
+using detail::typeOf;
 
 AttrStream::AttrStream() = default;
 
@@ -30,37 +34,47 @@ AttrStream::~AttrStream() = default;
 
 void AttrStream::setTo(nl_msg* msg, nlattr* head, unsigned long length,
                        unsigned long headerLength) {
-  index_.clear();
   message_ = msg;
   head_ = head;
   length_ = static_cast<long>(length);
   headerLength_ = headerLength;
-  // try_emplace keeps the first attribute of a type.
-  forEachAttr([this](nlattr* attr) { index_.try_emplace(nla_type(attr), attr); });
+  seen_.fill(0);
+  forEachValid(head_, length_, [this](nlattr* attr) {
+    markSeen(typeOf(attr));
+    return false;
+  });
 }
 
-bool AttrStream::has(int type) const { return index_.contains(type); }
+void AttrStream::markSeen(int type) noexcept {
+  if (type < seenTypes) seen_[type / 64] |= std::uint64_t{1} << (type % 64);
+}
+
+nlattr* AttrStream::tryFind(int type) const noexcept {
+  if (type < 0) return nullptr;
+  if (type < seenTypes && (seen_[type / 64] & (std::uint64_t{1} << (type % 64))) == 0) {
+    return nullptr;
+  }
+  return forEachValid(head_, length_, [type](nlattr* attr) { return typeOf(attr) == type; });
+}
 
 nlattr* AttrStream::find(int type) const {
-  auto const it = index_.find(type);
-  if (it == index_.end()) throw AttrNotFound(fmt::format("attribute not found (type {})", type));
-  return it->second;
+  auto* attr = tryFind(type);
+  if (attr == nullptr) throw AttrNotFound(fmt::format("attribute not found (type {})", type));
+  return attr;
 }
 
 void AttrStream::forEachAttr(std::function<void(nlattr const*)> const& f) const {
-  int remaining = static_cast<int>(length_);
-  for (nlattr const* attr = head_; attr != nullptr && nla_ok(attr, remaining);
-       attr = nla_next(attr, &remaining)) {
+  forEachValid(head_, length_, [&](nlattr* attr) {
     f(attr);
-  }
+    return false;
+  });
 }
 
 void AttrStream::forEachAttr(std::function<void(nlattr*)> const& f) {
-  int remaining = static_cast<int>(length_);
-  for (nlattr* attr = head_; attr != nullptr && nla_ok(attr, remaining);
-       attr = nla_next(attr, &remaining)) {
+  forEachValid(head_, length_, [&](nlattr* attr) {
     f(attr);
-  }
+    return false;
+  });
 }
 
 void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
@@ -70,7 +84,7 @@ void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
   length_ = nlmsg_attrlen(nlmsg_hdr(message_), static_cast<int>(headerLength_));
   auto* attr = nla_find(head_, static_cast<int>(length_), type);
   if (attr == nullptr) throw Error("added attribute not found");
-  index_.emplace(type, attr);
+  markSeen(type);
 }
 
 namespace {
@@ -152,6 +166,18 @@ std::vector<NestedAttr> AttrStream::getNestedList(int type) const {
   return readNestedList(*this, find(type));
 }
 
+std::optional<std::uint8_t> AttrStream::tryGetU8(int type) const {
+  auto const* attr = tryFind(type);
+  if (attr == nullptr) return std::nullopt;
+  return Ny80211::getU8(attr);
+}
+
+std::optional<std::uint32_t> AttrStream::tryGetU32(int type) const {
+  auto const* attr = tryFind(type);
+  if (attr == nullptr) return std::nullopt;
+  return Ny80211::getU32(attr);
+}
+
 NestedAttr::NestedAttr(nl_msg* ownMessage) : ownMessage_(ownMessage) {
   if (ownMessage_ == nullptr) return;
   auto* header = nlmsg_hdr(ownMessage_);
@@ -183,10 +209,18 @@ NestedAttr NestedAttr::build() {
 
 std::vector<NestedAttr> readNestedList(AttrStream const& parent, nlattr const* attr) {
   std::vector<NestedAttr> list;
-  AttrStream(attr).forEachAttr([&](nlattr const* inner) {
-    list.emplace_back(AttrStream(parent.message(),
-                                 static_cast<nlattr*>(nla_data(inner)),
+  auto* head = static_cast<nlattr*>(nla_data(attr));
+  long const length = nla_len(attr);
+  std::size_t count = 0;
+  forEachValid(head, length, [&count](nlattr*) {
+    ++count;
+    return false;
+  });
+  list.reserve(count);
+  forEachValid(head, length, [&](nlattr* inner) {
+    list.emplace_back(AttrStream(parent.message(), static_cast<nlattr*>(nla_data(inner)),
                                  static_cast<unsigned long>(nla_len(inner))));
+    return false;
   });
   return list;
 }

@@ -14,6 +14,7 @@
 #include "ny80211/Channel.h"
 #include "ny80211/Export.h"
 #include "ny80211/Identifiers.h"
+#include "nycpp/span.h"
 #include "quenta_common/MHz.h"
 #include "quenta_share/MacAddress.h"
 
@@ -27,6 +28,7 @@ class NY80211_API AttrSsid {
  public:
   AttrSsid() = default;
   explicit AttrSsid(std::vector<std::byte> const& bytes);
+  explicit AttrSsid(nycpp::span<const std::byte> bytes) : bytes_(bytes.begin(), bytes.end()) {}
 
   std::vector<std::byte> const& bytes() const noexcept { return bytes_; }
 

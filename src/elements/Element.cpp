@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "elements/ElementWalk.h"
 #include "ny80211/Elements.h"
 #include "ny80211/Error.h"
 #include "ny80211/NeighborReport.h"
@@ -56,31 +57,43 @@ Element::~Element() = default;
 
 namespace {
 
-using Factory = std::unique_ptr<Element> (*)(Element::Header const&,
-                                             nycpp::span<const std::byte> const&);
+using Bytes = nycpp::span<const std::byte>;
 
 template <class T>
-std::unique_ptr<Element> create(Element::Header const& header,
-                                nycpp::span<const std::byte> const& bytes) {
+std::unique_ptr<Element> create(Element::Header const& header, Bytes const& bytes) {
   return std::make_unique<T>(header, bytes);
+}
+
+template <class T>
+void visitAs(Element::Header const& header, Bytes const& bytes, ElementVisitor& visitor) {
+  T const element(header, bytes);
+  element.accept(visitor);
 }
 
 struct Kind {
   ElementID id;
-  Factory make;
+  std::unique_ptr<Element> (*make)(Element::Header const&, Bytes const&);
+  void (*visit)(Element::Header const&, Bytes const&, ElementVisitor&);
 };
+
+template <class T>
+constexpr Kind kind() {
+  return {T::Id, &create<T>, &visitAs<T>};
+}
 
 // An ID 255 header that is no extension matches no row.
 constexpr Kind kinds[] = {
-    {Elem::Ssid::Id, &create<Elem::Ssid>},
-    {Elem::NeighborReport::Id, &create<Elem::NeighborReport>},
-    {Elem::HtOperation::Id, &create<Elem::HtOperation>},
-    {Elem::ExtendedCaps::Id, &create<Elem::ExtendedCaps>},
-    {Elem::VhtOperation::Id, &create<Elem::VhtOperation>},
-    {Elem::VendorSpecific::Id, &create<Elem::VendorSpecific>},
-    {Elem::HeOperation::Id, &create<Elem::HeOperation>},
-    {Elem::EhtOperation::Id, &create<Elem::EhtOperation>},
+    kind<Elem::Ssid>(),         kind<Elem::NeighborReport>(), kind<Elem::HtOperation>(),
+    kind<Elem::ExtendedCaps>(), kind<Elem::VhtOperation>(),   kind<Elem::VendorSpecific>(),
+    kind<Elem::HeOperation>(),  kind<Elem::EhtOperation>(),
 };
+
+Kind const* kindOf(ElementID const& id) {
+  for (auto const& kind : kinds) {
+    if (kind.id == id) return &kind;
+  }
+  return nullptr;
+}
 
 }  // namespace
 
@@ -92,10 +105,16 @@ std::unique_ptr<Element> Element::make(nycpp::span<const std::byte> const& bytes
 
 std::unique_ptr<Element> Element::make(Header const& header,
                                        nycpp::span<const std::byte> const& bytes) {
-  for (auto const& kind : kinds) {
-    if (kind.id == header.id) return kind.make(header, bytes);
-  }
-  return nullptr;
+  auto const* kind = kindOf(header.id);
+  return kind != nullptr ? kind->make(header, bytes) : nullptr;
+}
+
+bool detail::visitElement(Element::Header const& header, nycpp::span<const std::byte> const& bytes,
+                          ElementVisitor& visitor) {
+  auto const* kind = kindOf(header.id);
+  if (kind == nullptr) return false;
+  kind->visit(header, bytes, visitor);
+  return true;
 }
 
 ElementVisitor::~ElementVisitor() = default;

@@ -1,8 +1,10 @@
-#include <memory>
-#include <vector>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include <linux/nl80211.h>
 
+#include "elements/ElementWalk.h"
 #include "info/BssCollectors.h"
 #include "ny80211/AttrStream.h"
 #include "ny80211/BssInfo.h"
@@ -16,9 +18,47 @@ Oui const QuentaOui(Oui::Bytes{0x02, 0x51, 0x54});
 
 namespace {
 
+// One pass over the elements feeds the three collectors. A failing channel
+// conversion ends only the channel's part; its text is kept for the log line,
+// which follows any line about a broken element as it always has.
+class BssElements final : public ElementVisitor {
+ public:
+  explicit BssElements(nl80211_band band) : channels(band) {}
+
+  void visit(Elem::EhtOperation const& element) override { toChannels(element); }
+  void visit(Elem::HeOperation const& element) override { toChannels(element); }
+  void visit(Elem::HtOperation const& element) override { toChannels(element); }
+  void visit(Elem::VhtOperation const& element) override { toChannels(element); }
+  void visit(Elem::ExtendedCaps const& element) override { ssids.visit(element); }
+  void visit(Elem::Ssid const& element) override { ssids.visit(element); }
+  void visit(Elem::VendorSpecific const& element) override { vendor.visit(element); }
+  void visitEnd() override {
+    if (!channelError) guarded([&] { channels.visitEnd(); });
+  }
+
+  ChannelInfoCollector channels;
+  SsidCollector ssids;
+  QuentaVendorSpecificCollector vendor;
+  std::optional<std::string> channelError;
+
+  template <class F>
+  void guarded(F&& f) {
+    try {
+      f();
+    } catch (Error const& e) {
+      channelError = e.what();
+    }
+  }
+
+ private:
+  template <class E>
+  void toChannels(E const& element) {
+    if (!channelError) guarded([&] { channels.visit(element); });
+  }
+};
+
 // Every element that parses, in order, up to the first broken one.
-std::vector<std::unique_ptr<Element>> parseElements(std::vector<std::byte> const& ies) {
-  std::vector<std::unique_ptr<Element>> elements;
+void walkElements(nycpp::span<const std::byte> ies, ElementVisitor& visitor) {
   std::size_t pos = 0;
   auto const len = ies.size();
   while (pos < len) {
@@ -26,18 +66,13 @@ std::vector<std::unique_ptr<Element>> parseElements(std::vector<std::byte> const
     try {
       nycpp::span<const std::byte> const rest(ies.data() + pos, len - pos);
       header.readFrom(rest);
-      if (auto element = Element::make(header, rest)) elements.push_back(std::move(element));
+      detail::visitElement(header, rest, visitor);
     } catch (Error const& e) {
       trace::cmdErr("broken element @ ({}/{}): {}", pos, len, e.what());
       break;
     }
     pos += header.length + 2u;
   }
-  return elements;
-}
-
-void visitAll(std::vector<std::unique_ptr<Element>> const& elements, ElementVisitor& visitor) {
-  for (auto const& element : elements) element->accept(visitor);
   visitor.visitEnd();
 }
 
@@ -51,42 +86,34 @@ void AttrBss::readFrom(AttrStream const& attrs) {
   signalMbm = static_cast<std::int32_t>(attrs.getU32(NL80211_BSS_SIGNAL_MBM));
   beaconInterval = attrs.getU16(NL80211_BSS_BEACON_INTERVAL);
   capability = attrs.getU16(NL80211_BSS_CAPABILITY);
-  try {
-    status = attrs.getU32(NL80211_BSS_STATUS);
-  } catch (AttrNotFound const&) {
-    status.reset();
-  }
+  status = attrs.tryGetU32(NL80211_BSS_STATUS);
   lastSeenBoottime = attrs.getU64(NL80211_BSS_LAST_SEEN_BOOTTIME);
 
-  // The parsed elements point into this copy: both go when the read ends.
-  auto const payload = attrs.getBytes(NL80211_BSS_INFORMATION_ELEMENTS);
-  std::vector<std::byte> const ies(payload.data(), payload.data() + payload.size());
-  auto const elements = parseElements(ies);
-
+  // The elements are read where they lie, in the message.
   auto const band = frequency.GetBand();
-  ChannelInfoCollector channels(band);
-  try {
-    visitAll(elements, channels);
-    if (channels.sawOperation()) {
-      channel = channels.result();
-    } else {
-      auto const number = frequency.GetChannelNumber();
-      channel = ChannelInfo(band, number, NL80211_CHAN_WIDTH_20, number, std::nullopt);
-    }
-  } catch (Error const& e) {
-    trace::cmdErr("could not process channel information for BSSID {}: {}", bssid, e.what());
+  BssElements elements(band);
+  walkElements(attrs.getBytes(NL80211_BSS_INFORMATION_ELEMENTS), elements);
+
+  if (!elements.channelError) {
+    elements.guarded([&] {
+      if (elements.channels.sawOperation()) {
+        channel = elements.channels.result();
+      } else {
+        auto const number = frequency.GetChannelNumber();
+        channel = ChannelInfo(band, number, NL80211_CHAN_WIDTH_20, number, std::nullopt);
+      }
+    });
   }
-  channelType = channels.channelType();
+  if (elements.channelError) {
+    trace::cmdErr("could not process channel information for BSSID {}: {}", bssid,
+                  *elements.channelError);
+  }
+  channelType = elements.channels.channelType();
 
-  SsidCollector ssids;
-  visitAll(elements, ssids);
-  ssid = AttrSsid(ssids.ssid);
-  utf8Ssid = ssids.utf8Ssid;
-
-  QuentaVendorSpecificCollector vendor;
-  visitAll(elements, vendor);
-  vendorId = vendor.vendorId;
-  vendorName = vendor.vendorName;
+  ssid = AttrSsid(elements.ssids.ssid);
+  utf8Ssid = elements.ssids.utf8Ssid;
+  vendorId = elements.vendor.vendorId;
+  vendorName = std::move(elements.vendor.vendorName);
 }
 
 std::string AttrBss::getRawSSID() const {

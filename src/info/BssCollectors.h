@@ -67,13 +67,14 @@ class ChannelInfoCollector final : public ElementVisitor {
   std::optional<ChannelInfo> result_;
 };
 
-// The SSID (the last SSID element wins) and the UTF-8 SSID flag.
+// The SSID (the last SSID element wins) and the UTF-8 SSID flag; the SSID
+// points into the elements' buffer.
 class SsidCollector final : public ElementVisitor {
  public:
   void visit(Elem::ExtendedCaps const& element) override;
   void visit(Elem::Ssid const& element) override;
 
-  std::vector<std::byte> ssid;
+  nycpp::span<const std::byte> ssid;
   bool utf8Ssid = false;
 };
 

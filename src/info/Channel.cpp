@@ -88,33 +88,37 @@ ChannelInfo::ChannelInfo(Channel const& primary, nl80211_chan_width width,
 
 namespace {
 
-std::optional<std::uint32_t> optionalU32(AttrStream const& attrs, int type) {
-  if (!attrs.has(type)) return std::nullopt;
-  return attrs.getU32(type);
+// The one reading of the channel attributes. A missing mandatory one throws
+// AttrNotFound, or only ends the read (false) when `tolerant`; each frequency
+// is converted as soon as it is read, so a bad primary throws even when a
+// later attribute is missing.
+bool readChannel(ChannelInfo& info, AttrStream const& attrs, bool tolerant) {
+  auto const mandatory = [&](int type) {
+    return tolerant ? attrs.tryFind(type) : attrs.find(type);
+  };
+  auto const* freq = mandatory(NL80211_ATTR_WIPHY_FREQ);
+  if (freq == nullptr) return false;
+  info.primary = Channel(MHz(getU32(freq)));
+  auto const* center1 = mandatory(NL80211_ATTR_CENTER_FREQ1);
+  if (center1 == nullptr) return false;
+  info.center1 = Channel(MHz(getU32(center1)));
+  auto const* width = mandatory(NL80211_ATTR_CHANNEL_WIDTH);
+  if (width == nullptr) return false;
+  info.width = KernelEnum<nl80211_chan_width>::fromRaw(getU32(width));
+  info.channelType = attrs.tryGetU32(NL80211_ATTR_WIPHY_CHANNEL_TYPE);
+  // Unlike the channel type, an absent second segment leaves center2 alone;
+  // callers read into fresh objects.
+  if (auto const f2 = attrs.tryGetU32(NL80211_ATTR_CENTER_FREQ2)) info.center2 = Channel(MHz(*f2));
+  return true;
 }
 
 }  // namespace
 
-void ChannelInfo::readFrom(AttrStream const& attrs) {
-  primary = Channel(MHz(attrs.getU32(NL80211_ATTR_WIPHY_FREQ)));
-  center1 = Channel(MHz(attrs.getU32(NL80211_ATTR_CENTER_FREQ1)));
-  width = KernelEnum<nl80211_chan_width>::fromRaw(attrs.getU32(NL80211_ATTR_CHANNEL_WIDTH));
-  channelType = optionalU32(attrs, NL80211_ATTR_WIPHY_CHANNEL_TYPE);
-  // Unlike the channel type, an absent second segment leaves center2 alone;
-  // callers read into fresh objects.
-  if (auto const f2 = optionalU32(attrs, NL80211_ATTR_CENTER_FREQ2)) center2 = Channel(MHz(*f2));
-}
+void ChannelInfo::readFrom(AttrStream const& attrs) { readChannel(*this, attrs, false); }
 
 std::optional<ChannelInfo> ChannelInfo::tryReadFrom(AttrStream const& attrs) {
-  // Only the three mandatory reads can raise AttrNotFound; each frequency is
-  // converted as soon as it is read, so a bad primary throws even when a later
-  // attribute is missing.
   ChannelInfo info;
-  try {
-    info.readFrom(attrs);
-  } catch (AttrNotFound const&) {
-    return std::nullopt;
-  }
+  if (!readChannel(info, attrs, true)) return std::nullopt;
   return info;
 }
 

@@ -83,6 +83,10 @@ class NY80211_API NetIfcID {
   // What the printed form and lookup failures call the interface.
   virtual std::string_view typeString() const;
 
+  // The kernel's name now, in the calling thread's network namespace, or
+  // "<ifindex N>". Each thread that looks up names keeps one datagram socket
+  // (close-on-exec) for them, opened at its first lookup and closed when it
+  // ends; the namespace is the one the thread had then.
   static std::string indexToName(unsigned int index);
   // Throws Error "{} lookup failed for name '{}' ({})" with typeString(), the
   // name and errno.

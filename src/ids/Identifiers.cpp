@@ -2,11 +2,18 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include <fmt/format.h>
 #include <linux/nl80211.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <Poco/File.h>
 
 #include "ny80211/AttrStream.h"
@@ -65,10 +72,51 @@ NetIfcID::~NetIfcID() = default;
 
 std::string_view NetIfcID::typeString() const { return "netifc"; }
 
+namespace {
+
+// SIOCGIFNAME on a socket the thread keeps is one system call, where
+// if_indextoname opens and closes a socket for every name. Like that socket,
+// it resolves in the network namespace of the thread (the one the thread had
+// at its first lookup); it is closed when the thread ends.
+class NameSocket {
+ public:
+  NameSocket() noexcept : fd_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+  ~NameSocket() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  NameSocket(NameSocket const&) = delete;
+  NameSocket& operator=(NameSocket const&) = delete;
+
+  // The name, or empty when the kernel has no interface of that index; null
+  // when the socket could not answer at all.
+  std::optional<std::string> lookUp(unsigned int index) const {
+    if (fd_ < 0) return std::nullopt;
+    ifreq request{};
+    request.ifr_ifindex = static_cast<int>(index);
+    if (::ioctl(fd_, SIOCGIFNAME, &request) == 0) {
+      return std::string(request.ifr_name, ::strnlen(request.ifr_name, IF_NAMESIZE));
+    }
+    if (errno == ENODEV) return std::string();
+    return std::nullopt;
+  }
+
+ private:
+  int fd_;
+};
+
+}  // namespace
+
 std::string NetIfcID::indexToName(unsigned int index) {
-  char name[IF_NAMESIZE] = {};
-  if (if_indextoname(index, name) == nullptr) return fmt::format("<ifindex {}>", index);
-  return name;
+  thread_local NameSocket const socket;
+  auto name = socket.lookUp(index);
+  if (!name) {
+    // The socket is gone (a daemon may close every descriptor it did not
+    // open itself): the lookup that needs none of its own.
+    char buffer[IF_NAMESIZE] = {};
+    name = if_indextoname(index, buffer) != nullptr ? buffer : "";
+  }
+  if (name->empty()) return fmt::format("<ifindex {}>", index);
+  return std::move(*name);
 }
 
 unsigned int NetIfcID::nameToIndex(std::string const& name) const {

@@ -93,6 +93,8 @@ class NY80211_API AttrStream {
   std::optional<std::uint8_t> tryGetU8(int type) const;
   std::optional<std::uint32_t> tryGetU32(int type) const;
 
+  // How many attributes the stream holds, duplicates included.
+  std::size_t size() const noexcept { return size_; }
   nl_msg* message() const noexcept { return message_; }
   nlattr* head() const noexcept { return head_; }
   long length() const noexcept { return length_; }
@@ -102,6 +104,7 @@ class NY80211_API AttrStream {
   nlattr* head_ = nullptr;
   long length_ = 0;
   unsigned long headerLength_ = 0;
+  std::size_t size_ = 0;
   // Which types below 512 occur: an absent optional attribute is answered
   // without a walk, and present ones are found by a walk from the head that
   // stops at the first of the type. Streams stay small, flat and

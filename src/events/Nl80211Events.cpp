@@ -34,7 +34,7 @@ IfcCreated::IfcCreated(GenlMessage const& message)
     : Nl80211Event(message, NL80211_CMD_NEW_INTERFACE) {
   auto const& attrs = message.attributes();
   info_.readFrom(attrs);
-  if (attrs.has(NL80211_ATTR_4ADDR)) fourAddr_ = attrs.getU8(NL80211_ATTR_4ADDR) != 0;
+  if (auto const fourAddr = attrs.tryGetU8(NL80211_ATTR_4ADDR)) fourAddr_ = *fourAddr != 0;
 }
 
 IfcCreated::~IfcCreated() = default;
@@ -101,10 +101,12 @@ ScanEventBase::ScanEventBase(GenlMessage const& message, std::uint8_t command)
   auto const& attrs = message.attributes();
   vap_ = VapID(attrs.getU32(NL80211_ATTR_IFINDEX));
   // Both lists are nests of bare values; the entries' own types are positions.
-  AttrStream(attrs.find(NL80211_ATTR_SCAN_FREQUENCIES)).forEachAttr([this](nlattr const* freq) {
-    freqs_.emplace_back(getU32(freq));
-  });
-  AttrStream(attrs.find(NL80211_ATTR_SCAN_SSIDS)).forEachAttr([this](nlattr const* ssid) {
+  AttrStream const freqs(attrs.find(NL80211_ATTR_SCAN_FREQUENCIES));
+  freqs_.reserve(freqs.size());
+  freqs.forEachAttr([this](nlattr const* freq) { freqs_.emplace_back(getU32(freq)); });
+  AttrStream const ssids(attrs.find(NL80211_ATTR_SCAN_SSIDS));
+  ssids_.reserve(ssids.size());
+  ssids.forEachAttr([this](nlattr const* ssid) {
     auto const bytes = getBytes(ssid);
     ssids_.emplace_back(bytes.begin(), bytes.end());
   });

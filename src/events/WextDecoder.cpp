@@ -57,7 +57,10 @@ int WextEventDecoder::operator()(nl_msg* msg) const noexcept {
 
   try {
     Poco::AutoPtr<Event::AthWextEvent> const event(factories[ath](message));
-    trace::eventInfo("{}", event->toString());
+    // The text is built only for a listener.
+    if (trace::enabled(trace::Provider::Event, trace::Level::Info)) {
+      trace::eventInfo("{}", event->toString());
+    }
     publisher_.Publish(event);
   } catch (std::exception const& e) {
     trace::eventErr("Error processing WEXT event with ath ID {}: {}", ath, e.what());

@@ -17,13 +17,10 @@ void InterfaceInfo::readFrom(AttrStream const& attrs) {
   generation = attrs.getU32(NL80211_ATTR_GENERATION);
   txPower = attrs.getU32(NL80211_ATTR_WIPHY_TX_POWER_LEVEL);
   ssid.reset();
-  if (attrs.has(NL80211_ATTR_SSID)) {
-    auto const bytes = attrs.getBytes(NL80211_ATTR_SSID);
-    ssid = AttrSsid(std::vector<std::byte>(bytes.begin(), bytes.end()));
-  }
+  if (auto const* bytes = attrs.tryFind(NL80211_ATTR_SSID)) ssid = AttrSsid(getBytes(bytes));
   channel = ChannelInfo::tryReadFrom(attrs);
   mldAddress.reset();
-  if (attrs.has(attrMldAddress)) mldAddress = attrs.getMac(attrMldAddress);
+  if (auto const* address = attrs.tryFind(attrMldAddress)) mldAddress = getMac(address);
 }
 
 std::string InterfaceInfo::toString() const {

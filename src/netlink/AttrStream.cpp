@@ -39,7 +39,9 @@ void AttrStream::setTo(nl_msg* msg, nlattr* head, unsigned long length,
   length_ = static_cast<long>(length);
   headerLength_ = headerLength;
   seen_.fill(0);
+  size_ = 0;
   forEachValid(head_, length_, [this](nlattr* attr) {
+    ++size_;
     markSeen(typeOf(attr));
     return false;
   });
@@ -84,6 +86,7 @@ void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
   length_ = nlmsg_attrlen(nlmsg_hdr(message_), static_cast<int>(headerLength_));
   auto* attr = nla_find(head_, static_cast<int>(length_), type);
   if (attr == nullptr) throw Error("added attribute not found");
+  ++size_;
   markSeen(type);
 }
 
@@ -211,12 +214,7 @@ std::vector<NestedAttr> readNestedList(AttrStream const& parent, nlattr const* a
   std::vector<NestedAttr> list;
   auto* head = static_cast<nlattr*>(nla_data(attr));
   long const length = nla_len(attr);
-  std::size_t count = 0;
-  forEachValid(head, length, [&count](nlattr*) {
-    ++count;
-    return false;
-  });
-  list.reserve(count);
+  list.reserve(AttrStream(attr).size());
   forEachValid(head, length, [&](nlattr* inner) {
     list.emplace_back(AttrStream(parent.message(), static_cast<nlattr*>(nla_data(inner)),
                                  static_cast<unsigned long>(nla_len(inner))));

@@ -12,6 +12,8 @@ native=(
   libgtest-dev libgmock-dev libbenchmark-dev
   lttng-tools babeltrace2
   clang-14 libclang-rt-14-dev llvm-14
+  # tools/bench.sh counts instructions under callgrind
+  valgrind
 )
 # The target is AArch64: a cross compiler, the arm64 builds of the libraries,
 # and user-mode qemu to run the unit tests. libpoco-dev:arm64 cannot sit beside

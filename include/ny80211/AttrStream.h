@@ -105,13 +105,18 @@ class NY80211_API AttrStream {
   long length_ = 0;
   unsigned long headerLength_ = 0;
   std::size_t size_ = 0;
-  // Which types below 512 occur: an absent optional attribute is answered
-  // without a walk, and present ones are found by a walk from the head that
-  // stops at the first of the type. Streams stay small, flat and
-  // allocation-free to make and to copy.
+  // Streams stay flat and allocation-free to make and to copy. The first
+  // attribute of each type below 64 is kept by its offset from the head, in
+  // 4-byte units plus one (0: none); which of the types from 64 to 511 occur
+  // is kept as bits, so an absent one is answered without a walk. Any other
+  // is found by a walk from the head that stops at the first of its type, as
+  // is a type below 64 when the stream runs past 256 KiB (far_).
+  static constexpr int directTypes = 64;
   static constexpr int seenTypes = 512;
-  void markSeen(int type) noexcept;
+  void note(int type, nlattr const* attr) noexcept;
+  std::array<std::uint16_t, directTypes> first_{};
   std::array<std::uint64_t, seenTypes / 64> seen_{};
+  bool far_ = false;
 };
 
 extern template NY80211_API void AttrStream::addInternal<unsigned char>(int, unsigned char const&);

@@ -32,28 +32,47 @@ AttrStream::AttrStream(AttrStream&&) noexcept = default;
 AttrStream& AttrStream::operator=(AttrStream&&) noexcept = default;
 AttrStream::~AttrStream() = default;
 
+inline void AttrStream::note(int type, nlattr const* attr) noexcept {
+  if (type < directTypes) {
+    if (first_[type] != 0) return;
+    auto const units =
+        (reinterpret_cast<char const*>(attr) - reinterpret_cast<char const*>(head_)) / 4;
+    if (units < 0xffff) {
+      first_[type] = static_cast<std::uint16_t>(units + 1);
+    } else {
+      far_ = true;  // past 256 KiB into the stream: the walk finds it
+    }
+  } else if (type < seenTypes) {
+    seen_[type / 64] |= std::uint64_t{1} << (type % 64);
+  }
+}
+
 void AttrStream::setTo(nl_msg* msg, nlattr* head, unsigned long length,
                        unsigned long headerLength) {
   message_ = msg;
   head_ = head;
   length_ = static_cast<long>(length);
   headerLength_ = headerLength;
+  first_.fill(0);
   seen_.fill(0);
+  far_ = false;
   size_ = 0;
   forEachValid(head_, length_, [this](nlattr* attr) {
     ++size_;
-    markSeen(typeOf(attr));
+    note(typeOf(attr), attr);
     return false;
   });
 }
 
-void AttrStream::markSeen(int type) noexcept {
-  if (type < seenTypes) seen_[type / 64] |= std::uint64_t{1} << (type % 64);
-}
-
 nlattr* AttrStream::tryFind(int type) const noexcept {
   if (type < 0) return nullptr;
-  if (type < seenTypes && (seen_[type / 64] & (std::uint64_t{1} << (type % 64))) == 0) {
+  if (type < directTypes) {
+    if (first_[type] != 0) {
+      return reinterpret_cast<nlattr*>(reinterpret_cast<char*>(head_) + (first_[type] - 1) * 4);
+    }
+    if (!far_) return nullptr;
+  } else if (type < seenTypes &&
+             (seen_[type / 64] & (std::uint64_t{1} << (type % 64))) == 0) {
     return nullptr;
   }
   return forEachValid(head_, length_, [type](nlattr* attr) { return typeOf(attr) == type; });
@@ -87,7 +106,7 @@ void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
   auto* attr = nla_find(head_, static_cast<int>(length_), type);
   if (attr == nullptr) throw Error("added attribute not found");
   ++size_;
-  markSeen(type);
+  note(type, attr);
 }
 
 namespace {
@@ -223,51 +242,54 @@ std::vector<NestedAttr> readNestedList(AttrStream const& parent, nlattr const* a
   return list;
 }
 
+namespace {
+
+int payloadLength(nlattr const* attr) { return attr->nla_len - NLA_HDRLEN; }
+
+char const* payload(nlattr const* attr) { return reinterpret_cast<char const*>(attr) + NLA_HDRLEN; }
+
+// The payload as T; attributes are only 4-byte aligned, so it is copied.
+template <class T>
+T read(nlattr const* attr) {
+  checkPayloadSize(attr, sizeof(T));
+  T value;
+  std::memcpy(&value, payload(attr), sizeof value);
+  return value;
+}
+
+}  // namespace
+
 void checkPayloadSize(nlattr const* attr, int minimum) {
-  if (nla_len(attr) < minimum) {
+  if (payloadLength(attr) < minimum) {
     throw Error(fmt::format("attribute (type {}) payload too small for data type ({} < {})",
                             nla_type(attr), nla_len(attr), minimum));
   }
 }
 
-std::uint8_t getU8(nlattr const* attr) {
-  checkPayloadSize(attr, sizeof(std::uint8_t));
-  return nla_get_u8(const_cast<nlattr*>(attr));
-}
-
-std::uint16_t getU16(nlattr const* attr) {
-  checkPayloadSize(attr, sizeof(std::uint16_t));
-  return nla_get_u16(const_cast<nlattr*>(attr));
-}
-
-std::uint32_t getU32(nlattr const* attr) {
-  checkPayloadSize(attr, sizeof(std::uint32_t));
-  return nla_get_u32(const_cast<nlattr*>(attr));
-}
-
-std::uint64_t getU64(nlattr const* attr) {
-  checkPayloadSize(attr, sizeof(std::uint64_t));
-  return nla_get_u64(const_cast<nlattr*>(attr));
-}
+std::uint8_t getU8(nlattr const* attr) { return read<std::uint8_t>(attr); }
+std::uint16_t getU16(nlattr const* attr) { return read<std::uint16_t>(attr); }
+std::uint32_t getU32(nlattr const* attr) { return read<std::uint32_t>(attr); }
+std::uint64_t getU64(nlattr const* attr) { return read<std::uint64_t>(attr); }
 
 std::string getString(nlattr const* attr) {
   checkPayloadSize(attr, 1);
   // Bounded by the payload: a string the kernel (or a peer) failed to
   // terminate is cut at the attribute's end, not read past it.
-  auto const* text = static_cast<char const*>(nla_data(attr));
-  return std::string(text, strnlen(text, static_cast<std::size_t>(nla_len(attr))));
+  auto const* text = payload(attr);
+  return std::string(text, strnlen(text, static_cast<std::size_t>(payloadLength(attr))));
 }
 
 MacAddress getMac(nlattr const* attr) {
   checkPayloadSize(attr, 6);
-  auto const* bytes = static_cast<std::uint8_t const*>(nla_data(attr));
+  auto const* bytes = reinterpret_cast<std::uint8_t const*>(payload(attr));
   MacAddress::Bytes address;
   std::copy_n(bytes, address.size(), address.begin());
   return MacAddress(address);
 }
 
 nycpp::span<const std::byte> getBytes(nlattr const* attr) {
-  return {static_cast<std::byte const*>(nla_data(attr)), static_cast<std::size_t>(nla_len(attr))};
+  return {reinterpret_cast<std::byte const*>(payload(attr)),
+          static_cast<std::size_t>(payloadLength(attr))};
 }
 
 }  // namespace Ny80211

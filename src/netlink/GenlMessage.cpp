@@ -24,9 +24,9 @@ void GenlMessage::setupAttributeStream() {
   auto const length = nlmsg_hdr(message_)->nlmsg_len;
   auto const needed = NLMSG_HDRLEN + GENL_HDRLEN;
   if (length < needed) throw Error(fmt::format("message too short ({} < {})", length, needed));
-  auto* header = genlHeader();
-  attributes_.setTo(message_, genlmsg_attrdata(header, 0),
-                    static_cast<unsigned long>(genlmsg_attrlen(header, 0)), 4);
+  // The attributes follow the family header directly (no user header).
+  auto* attrs = reinterpret_cast<nlattr*>(reinterpret_cast<char*>(genlHeader()) + GENL_HDRLEN);
+  attributes_.setTo(message_, attrs, length - needed, 4);
 }
 
 genlmsghdr* GenlMessage::genlHeader() {

@@ -26,10 +26,8 @@ class NY80211_API Ssid final : public Element {
   Ssid(Header const& header, nycpp::span<const std::byte> const& bytes);
   void accept(ElementVisitor& visitor) const override;
 
-  std::vector<std::byte> const& ssid() const { return ssid_; }
-
- private:
-  std::vector<std::byte> ssid_;
+  // In the element's buffer, like the element itself.
+  nycpp::span<const std::byte> ssid() const { return bytes().subspan(2); }
 };
 
 class NY80211_API ExtendedCaps final : public Element {

@@ -1,5 +1,9 @@
 #include "ny80211/Element.h"
 
+#include <array>
+#include <cstdint>
+#include <iterator>
+
 #include <fmt/format.h>
 
 #include "elements/ElementWalk.h"
@@ -15,26 +19,31 @@ std::string ElementID::toString() const {
 }
 
 LengthConstraint::~LengthConstraint() = default;
-MinLength::~MinLength() = default;
-FixedLength::~FixedLength() = default;
 
-void MinLength::check(std::size_t length) const {
-  if (length < minimum_) throw Error(fmt::format("too short ({} < {})", length, minimum_));
+namespace {
+
+// MinLength's rule for the frame's own checks, without a rule object.
+void requireAtLeast(std::size_t length, std::size_t minimum) {
+  if (length < minimum) throw Error(fmt::format("too short ({} < {})", length, minimum));
 }
+
+}  // namespace
+
+void MinLength::check(std::size_t length) const { requireAtLeast(length, minimum_); }
 
 void FixedLength::check(std::size_t length) const {
   if (length != length_) throw Error(fmt::format("wrong length ({} != {})", length, length_));
 }
 
 void Element::Header::readFrom(nycpp::span<const std::byte> const& bytes) {
-  MinLength(2).check(bytes.size());
+  requireAtLeast(bytes.size(), 2);
   // A non-extension ID leaves extId alone: it is ignored in comparisons.
   id.id = static_cast<std::uint8_t>(bytes[0]);
   id.isExtension = false;
   length = static_cast<std::uint8_t>(bytes[1]);
-  MinLength(std::size_t{length} + 2).check(bytes.size());
+  requireAtLeast(bytes.size(), std::size_t{length} + 2);
   if (id.id == 255) {
-    MinLength(3).check(bytes.size());
+    requireAtLeast(bytes.size(), 3);
     id.extId = static_cast<std::uint8_t>(bytes[2]);
     id.isExtension = true;
   }
@@ -45,7 +54,7 @@ Element::Element(nycpp::span<const std::byte> bytes, Header const& header,
   // make reads the header from the same bytes, so this only fails for a
   // header built by hand; it keeps every read of a derived class in bounds.
   std::size_t const size = std::size_t{header.length} + 2;
-  MinLength(size).check(bytes.size());
+  requireAtLeast(bytes.size(), size);
   bytes_ = nycpp::span<const std::byte>(bytes.data(), size);
   rule.check(header.length);
   if (!(header.id == expected)) {
@@ -88,7 +97,22 @@ constexpr Kind kinds[] = {
     kind<Elem::HeOperation>(),  kind<Elem::EhtOperation>(),
 };
 
+// The row of each plain element ID (-1: none); extension IDs are few and
+// searched.
+constexpr auto plainRows = [] {
+  std::array<std::int8_t, 256> rows{};
+  rows.fill(-1);
+  for (std::size_t i = 0; i < std::size(kinds); ++i) {
+    if (!kinds[i].id.isExtension) rows[kinds[i].id.id] = static_cast<std::int8_t>(i);
+  }
+  return rows;
+}();
+
 Kind const* kindOf(ElementID const& id) {
+  if (!id.isExtension) {
+    auto const row = plainRows[id.id];
+    return row < 0 ? nullptr : &kinds[row];
+  }
   for (auto const& kind : kinds) {
     if (kind.id == id) return &kind;
   }

@@ -5,8 +5,7 @@
 namespace Ny80211::Elem {
 
 Ssid::Ssid(Header const& header, nycpp::span<const std::byte> const& bytes)
-    : Element(bytes, header, Id, MinLength(0)),
-      ssid_(this->bytes().begin() + 2, this->bytes().end()) {}
+    : Element(bytes, header, Id, MinLength(0)) {}
 
 void Ssid::accept(ElementVisitor& visitor) const { visitor.visit(*this); }
 

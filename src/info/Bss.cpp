@@ -123,9 +123,11 @@ std::string AttrBss::getRawSSID() const {
 
 namespace Cmd {
 
-ScanInfo::ScanInfo(AttrStream const& attrs)
-    : bss(NestedAttr(AttrStream(attrs.find(NL80211_ATTR_BSS)))),
-      ifc(attrs.getU32(NL80211_ATTR_IFINDEX)) {}
+// The BSS is read in place, from a view of its nest.
+ScanInfo::ScanInfo(AttrStream const& attrs) {
+  bss.readFrom(AttrStream(attrs.find(NL80211_ATTR_BSS)));
+  ifc = NetIfcID(attrs.getU32(NL80211_ATTR_IFINDEX));
+}
 
 }  // namespace Cmd
 }  // namespace Ny80211

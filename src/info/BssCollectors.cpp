@@ -6,7 +6,7 @@
 
 namespace Ny80211 {
 
-void SsidCollector::visit(Elem::Ssid const& element) { ssid = element.bytes().subspan(2); }
+void SsidCollector::visit(Elem::Ssid const& element) { ssid = element.ssid(); }
 
 void SsidCollector::visit(Elem::ExtendedCaps const& element) { utf8Ssid = element.utf8Ssid(); }
 

@@ -8,6 +8,7 @@
 #include <netlink/attr.h>
 #include <netlink/msg.h>
 
+#include "netlink/AttrWalk.h"
 #include "ny80211/Error.h"
 
 namespace Ny80211 {
@@ -18,8 +19,14 @@ RtNetlinkMessage::RtNetlinkMessage(nl_msg* msg) noexcept {
   // nlmsg_find_attr would start the attributes past the end of a message too
   // short for its family header; such a message carries nothing.
   if (!nlmsg_valid_hdr(header, sizeof(ifinfomsg))) return;
-  ifName_ = nlmsg_find_attr(header, sizeof(ifinfomsg), IFLA_IFNAME);
-  wireless_ = nlmsg_find_attr(header, sizeof(ifinfomsg), IFLA_WIRELESS);
+  // One walk for both; the first of each type counts, as with nlmsg_find_attr.
+  detail::forEachValid(nlmsg_attrdata(header, sizeof(ifinfomsg)),
+                       nlmsg_attrlen(header, sizeof(ifinfomsg)), [this](nlattr* attr) {
+                         auto const type = detail::typeOf(attr);
+                         if (type == IFLA_IFNAME && ifName_ == nullptr) ifName_ = attr;
+                         if (type == IFLA_WIRELESS && wireless_ == nullptr) wireless_ = attr;
+                         return ifName_ != nullptr && wireless_ != nullptr;
+                       });
 }
 
 std::string RtNetlinkMessage::getIfName() const {
@@ -30,7 +37,7 @@ std::string RtNetlinkMessage::getIfName() const {
 }
 
 std::size_t RtNetlinkMessage::wextEventSize() const noexcept {
-  return wireless_ != nullptr ? static_cast<std::size_t>(nla_len(wireless_)) : 0;
+  return wireless_ != nullptr ? std::size_t{wireless_->nla_len} - NLA_HDRLEN : 0;
 }
 
 std::uint16_t const* RtNetlinkMessage::wextEvent(std::size_t minimum) const {
@@ -38,7 +45,8 @@ std::uint16_t const* RtNetlinkMessage::wextEvent(std::size_t minimum) const {
   if (wextEventSize() < minimum) {
     throw Error(fmt::format("wext event too short ({} < {})", wextEventSize(), minimum));
   }
-  return static_cast<std::uint16_t const*>(nla_data(wireless_));
+  return reinterpret_cast<std::uint16_t const*>(reinterpret_cast<char const*>(wireless_) +
+                                                NLA_HDRLEN);
 }
 
 std::uint16_t const* RtNetlinkMessage::getWextEvent() const { return wextEvent(0); }

@@ -141,6 +141,24 @@ bool detail::visitElement(Element::Header const& header, nycpp::span<const std::
   return true;
 }
 
+std::optional<detail::BrokenElement> detail::walkElements(
+    nycpp::span<const std::byte> const& elements, ElementVisitor& visitor) {
+  std::size_t pos = 0;
+  auto const len = elements.size();
+  while (pos < len) {
+    Element::Header header;
+    try {
+      nycpp::span<const std::byte> const rest(elements.data() + pos, len - pos);
+      header.readFrom(rest);
+      visitElement(header, rest, visitor);
+    } catch (Error const& e) {
+      return BrokenElement{pos, e.what()};
+    }
+    pos += header.length + 2u;
+  }
+  return std::nullopt;
+}
+
 ElementVisitor::~ElementVisitor() = default;
 void ElementVisitor::visit(Elem::EhtOperation const&) {}
 void ElementVisitor::visit(Elem::ExtendedCaps const&) {}

@@ -35,7 +35,7 @@ VhtOperation::VhtOperation(Header const& header, nycpp::span<const std::byte> co
 void VhtOperation::accept(ElementVisitor& visitor) const { visitor.visit(*this); }
 
 VendorSpecific::VendorSpecific(Header const& header, nycpp::span<const std::byte> const& bytes)
-    : Element(bytes, header, Id, MinLength(3)), oui_(this->bytes().subspan(2, Oui::Size)) {}
+    : Element(bytes, header, Id, MinLength(3)), oui_(Oui::Bytes{octet(2), octet(3), octet(4)}) {}
 
 void VendorSpecific::accept(ElementVisitor& visitor) const { visitor.visit(*this); }
 

@@ -57,25 +57,6 @@ class BssElements final : public ElementVisitor {
   }
 };
 
-// Every element that parses, in order, up to the first broken one.
-void walkElements(nycpp::span<const std::byte> ies, ElementVisitor& visitor) {
-  std::size_t pos = 0;
-  auto const len = ies.size();
-  while (pos < len) {
-    Element::Header header;
-    try {
-      nycpp::span<const std::byte> const rest(ies.data() + pos, len - pos);
-      header.readFrom(rest);
-      detail::visitElement(header, rest, visitor);
-    } catch (Error const& e) {
-      trace::cmdErr("broken element @ ({}/{}): {}", pos, len, e.what());
-      break;
-    }
-    pos += header.length + 2u;
-  }
-  visitor.visitEnd();
-}
-
 }  // namespace
 
 void AttrBss::readFrom(AttrStream const& attrs) {
@@ -92,7 +73,11 @@ void AttrBss::readFrom(AttrStream const& attrs) {
   // The elements are read where they lie, in the message.
   auto const band = frequency.GetBand();
   BssElements elements(band);
-  walkElements(attrs.getBytes(NL80211_BSS_INFORMATION_ELEMENTS), elements);
+  auto const ies = attrs.getBytes(NL80211_BSS_INFORMATION_ELEMENTS);
+  if (auto const broken = detail::walkElements(ies, elements)) {
+    trace::cmdErr("broken element @ ({}/{}): {}", broken->offset, ies.size(), broken->error);
+  }
+  elements.visitEnd();
 
   if (!elements.channelError) {
     elements.guarded([&] {

@@ -15,7 +15,12 @@ void QuentaVendorSpecificCollector::visit(Elem::VendorSpecific const& element) {
   // version that must be 1 (low byte first), then the record.
   constexpr std::size_t kind = 5, version = 6, data = 8;
   auto const bytes = element.bytes();
-  if (element.oui() != QuentaOui || bytes.size() <= 7) return;
+  // Byte by byte: cheaper than a comparison of the arrays for three bytes.
+  auto const& oui = element.oui();
+  if (bytes.size() <= 7 || oui[0] != QuentaOui[0] || oui[1] != QuentaOui[1] ||
+      oui[2] != QuentaOui[2]) {
+    return;
+  }
   if (bytes[version] != std::byte{1} || bytes[version + 1] != std::byte{0}) return;
   switch (static_cast<std::uint8_t>(bytes[kind])) {
     case 4:  // identifier: 16 bytes

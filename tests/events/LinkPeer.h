@@ -3,13 +3,17 @@
 // test's own, so that the host's link changes stay out and the test's stay
 // in, and a sender that multicasts link messages to RTNLGRP_LINK, which a
 // root process may do and which real rtnetlink listeners receive like the
-// kernel's own.
+// kernel's own; links made, renamed and removed there.
 
+#include <net/if.h>
 #include <sched.h>
 #include <unistd.h>
 
+#include <exception>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <linux/rtnetlink.h>
 #include <netlink/netlink.h>
@@ -52,8 +56,20 @@ class LinkPeer {
 
   // A veth pair created and removed through the kernel: real RTM_NEWLINK and
   // RTM_DELLINK messages on the link group.
+  // The peer goes to the calling thread's namespace, which need not be the
+  // process's.
   void addVethPair(char const* name, char const* peer) {
-    check(rtnl_link_veth_add(socket_, name, peer, getpid()), "veth add");
+    check(rtnl_link_veth_add(socket_, name, peer, gettid()), "veth add");
+  }
+  void renameLink(unsigned index, char const* name) {
+    rtnl_link* link = rtnl_link_alloc();
+    rtnl_link* change = rtnl_link_alloc();
+    rtnl_link_set_ifindex(link, static_cast<int>(index));
+    rtnl_link_set_name(change, name);
+    int const result = rtnl_link_change(socket_, link, change, 0);
+    rtnl_link_put(link);
+    rtnl_link_put(change);
+    check(result, "link rename");
   }
   void deleteLink(char const* name) {
     rtnl_link* link = rtnl_link_alloc();
@@ -71,6 +87,27 @@ class LinkPeer {
   }
   nl_sock* socket_;
 };
+
+// Runs f on a thread of its own, in a network namespace of its own that holds
+// the veth pair v0/v1, with v0's index; what f throws is thrown here. False
+// when the namespace or the pair cannot be made (not root, no veth).
+inline bool withVethPair(std::function<void(LinkPeer&, unsigned)> const& f) {
+  bool made = false;
+  std::exception_ptr failure;
+  std::thread([&] {
+    if (!enterOwnNetworkNamespace()) return;
+    try {
+      LinkPeer peer;
+      peer.addVethPair("v0", "v1");
+      made = true;
+      f(peer, if_nametoindex("v0"));
+    } catch (...) {
+      if (made) failure = std::current_exception();
+    }
+  }).join();
+  if (failure) std::rethrow_exception(failure);
+  return made;
+}
 
 // A CAC-started event of wlan0: the driver event the tests send, as its
 // arrival shows that everything multicast before it has been read.

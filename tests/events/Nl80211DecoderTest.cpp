@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -14,6 +16,7 @@
 #include <linux/nl80211.h>
 #include <net/if.h>
 
+#include "LinkPeer.h"
 #include "TestMessage.h"
 #include "TraceCapture.h"
 #include "events/Decoders.h"
@@ -24,8 +27,11 @@
 namespace {
 
 using namespace Ny80211;
+using Ny80211::testing::Attrs;
 using Ny80211::testing::Bytes;
 using Ny80211::testing::bytesOf;
+using Ny80211::testing::outcome;
+using Ny80211::testing::replaced;
 using Ny80211::testing::TestMessage;
 using Ny80211::testing::TraceCapture;
 using Ny80211::testing::TraceLine;
@@ -80,13 +86,36 @@ Fill scan(std::vector<Bytes> const& freqs, std::vector<Bytes> const& ssids) {
 
 Bytes mhz(std::uint32_t value) { return bytesOf(value); }
 
+Attrs attrsOf(Fill const& fill) {
+  TestMessage m;
+  fill(m);
+  Attrs attrs;
+  m.stream().forEachAttr([&](nlattr const* a) {
+    auto const* data = static_cast<std::uint8_t const*>(nla_data(a));
+    attrs.emplace_back(a->nla_type, Bytes(data, data + nla_len(a)));
+  });
+  return attrs;
+}
+Fill put(Attrs const& attrs) {
+  return [attrs](TestMessage& m) { m.put(attrs); };
+}
+std::string textOf(Poco::AutoPtr<Poco::Notification> const& event) {
+  return event.isNull() ? "<none>" : event.cast<Event::Nl80211Event>()->toString();
+}
+
 class Nl80211Decoder : public ::testing::Test {
  protected:
-  // Decodes one message; what was published, or null.
+  // Decodes one message, first with nobody listening, which must publish
+  // the same; what was published, or null.
   Poco::AutoPtr<Poco::Notification> feed(TestMessage const& m) {
+    auto* const listener = trace::setSink(nullptr);
+    EXPECT_EQ(decoder(m.msg), NL_OK);
+    Poco::AutoPtr<Poco::Notification> const quiet(queue.dequeueNotification());
+    trace::setSink(listener);
     EXPECT_EQ(decoder(m.msg), NL_OK);
     Poco::AutoPtr<Poco::Notification> published(queue.dequeueNotification());
     EXPECT_EQ(queue.size(), 0);
+    EXPECT_EQ(textOf(quiet), textOf(published));
     return published;
   }
 
@@ -154,6 +183,12 @@ TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
     EXPECT_EQ(typeid(*published), c.type);
     EXPECT_EQ(published.cast<Event::Nl80211Event>()->toString(), c.text);
     EXPECT_EQ(lines.lines(), (std::vector<TraceLine>{{Provider::Event, Level::Info, c.text}}));
+    // The same attributes in the reverse order give the same event.
+    auto attrs = attrsOf(c.fill);
+    std::reverse(attrs.begin(), attrs.end());
+    TestMessage reversed(0, false);
+    event(reversed, c.command, put(attrs));
+    EXPECT_EQ(textOf(feed(reversed)), c.text);
   }
 }
 
@@ -168,18 +203,6 @@ TEST_F(Nl80211Decoder, KeepsWhatTheTextLeavesOut) {
   std::vector<std::vector<std::byte>> const ssids{
       {std::byte{'l'}, std::byte{'a'}, std::byte{'b'}}, {}, {std::byte{0}, std::byte{0xff}}};
   EXPECT_EQ(scanStarted->ssids(), ssids);
-
-  // The 4-address flag: absent is false, any non-zero byte true.
-  std::pair<Bytes, bool> const flags[] = {{{}, false}, {{0}, false}, {{1}, true}, {{2}, true}};
-  for (auto const& [payload, expected] : flags) {
-    TestMessage m(0, false);
-    event(m, NL80211_CMD_NEW_INTERFACE, ifc);
-    if (!payload.empty()) m.put(NL80211_ATTR_4ADDR, payload);
-    auto const created = feed(m).cast<Event::IfcCreated>();
-    ASSERT_FALSE(created.isNull());
-    EXPECT_EQ(created->fourAddr(), expected) << payload.size();
-    EXPECT_EQ(created->info().wdev.id(), 0x100000002u);
-  }
 }
 
 struct Rejected {
@@ -285,6 +308,109 @@ TEST(Nl80211Event, RefusesAMessageOfAnotherCommand) {
     EXPECT_THAT([&] { r.make(message); },
                 ThrowsMessage<Error>(fmt::format("unexpected nl80211 event ID {}", r.command)));
   }
+}
+
+struct Reader {
+  std::uint8_t command;
+  Fill base;
+  std::function<std::string(GenlMessage const&)> read;
+};
+
+std::map<std::string, Reader> const readers{
+    {"channel", {0, channel, [](GenlMessage const& m) {
+       auto const c = ChannelInfo::tryReadFrom(m.attributes());
+       if (!c) return std::string("none");
+       return c->toString() + (c->channelType ? fmt::format(" / type {}", *c->channelType) : "");
+     }}},
+    {"switch", {NL80211_CMD_CH_SWITCH_NOTIFY, channel, [](GenlMessage const& m) {
+       return Event::ChannelSwitched(m).toString();
+     }}},
+    {"interface", {NL80211_CMD_NEW_INTERFACE, ifc, [](GenlMessage const& m) {
+       Event::IfcCreated const e(m);
+       return e.toString() + (e.fourAddr() ? " / 4addr" : "");
+     }}},
+    {"band channel",
+     {0, [](TestMessage& m) { m.u32(NL80211_FREQUENCY_ATTR_FREQ, 5260).u32(NL80211_FREQUENCY_ATTR_MAX_TX_POWER, 0); },
+      [](GenlMessage const& m) { return BandAttrFreqs::BandChannelInfo(NestedAttr(m.attributes())).toString(); }}},
+};
+
+struct AttrRow {
+  char const* record;
+  int type;
+  std::vector<char const*> payloads;  // hex, in message order; none: absent
+  std::string read;
+};
+
+TEST(Nl80211Records, AbsentShortAndRepeatedAttributes) {
+  auto const small = [](int type, int size, int needed) {
+    return fmt::format("Error: attribute (type {}) payload too small for data type ({} < {})",
+                       type, size, needed);
+  };
+  std::string const ch = "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / width 80 MHz";
+  std::string const ch2 = "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz "
+                          "(#155)/ width 80 MHz";
+  std::string const created = "ifc created: [gen 5] AP 'wlan0' / ID 7 / wiphy ID 1 / MAC 02:00:00:00:01:00 ";
+  std::string const power = "/ TX power 20 dBm";
+  AttrRow const rows[] = {
+      {"channel", NL80211_ATTR_WIPHY_FREQ, {}, "none"},
+      {"channel", NL80211_ATTR_WIPHY_FREQ, {"6c14"}, small(38, 2, 4)},
+      {"channel", NL80211_ATTR_WIPHY_FREQ, {"6c090000", "6c140000"},
+       "primary 2412 MHz (#  1) / center 5210 MHz (# 42) / width 80 MHz"},
+      {"channel", NL80211_ATTR_CENTER_FREQ1, {}, "none"},
+      {"channel", NL80211_ATTR_CENTER_FREQ1, {"5a14"}, small(160, 2, 4)},
+      {"channel", NL80211_ATTR_CHANNEL_WIDTH, {}, "none"},
+      {"channel", NL80211_ATTR_CHANNEL_WIDTH, {"03"}, small(159, 1, 4)},
+      {"channel", NL80211_ATTR_WIPHY_CHANNEL_TYPE, {}, ch},
+      {"channel", NL80211_ATTR_WIPHY_CHANNEL_TYPE, {"03000000"}, ch + " / type 3"},
+      {"channel", NL80211_ATTR_WIPHY_CHANNEL_TYPE, {""}, small(39, 0, 4)},
+      {"channel", NL80211_ATTR_CENTER_FREQ2, {"8f160000"}, ch2},
+      {"channel", NL80211_ATTR_CENTER_FREQ2, {"8f16"}, small(161, 2, 4)},
+      {"switch", NL80211_ATTR_CENTER_FREQ1, {}, "AttrNotFound: attribute not found (type 160)"},
+      {"switch", NL80211_ATTR_WIPHY_CHANNEL_TYPE, {"0300"}, small(39, 2, 4)},
+      {"switch", NL80211_ATTR_IFINDEX, {"9f860100", "01000000"}, "VAP <ifindex 99999> switched to channel: " + ch},
+      {"interface", NL80211_ATTR_4ADDR, {}, created + power},
+      {"interface", NL80211_ATTR_4ADDR, {"00"}, created + power},
+      {"interface", NL80211_ATTR_4ADDR, {"02"}, created + power + " / 4addr"},
+      {"interface", NL80211_ATTR_4ADDR, {"00", "01"}, created + power},
+      {"interface", NL80211_ATTR_SSID, {""}, created + "/ SSID '' " + power},
+      {"interface", NL80211_ATTR_SSID, {"6c6162", "6f6c64"}, created + "/ SSID 'lab' " + power},
+      {"interface", NL80211_ATTR_WIPHY_FREQ, {"6c14"}, small(38, 2, 4)},
+      {"interface", NL80211_ATTR_WIPHY_FREQ, {"3e170000"}, "Error: cannot convert 5950 MHz to channel index"},
+      {"interface", NL80211_ATTR_IFINDEX, {"08000000", "07000000"},
+       "ifc created: [gen 5] AP 'wlan0' / ID 8 / wiphy ID 1 / MAC 02:00:00:00:01:00 " + power},
+      {"band channel", NL80211_FREQUENCY_ATTR_RADAR, {"01000000"}, "freq 5260 MHz (# 52) / max TX power 0 dBm / flags [radar]"},
+  };
+  for (auto const& r : rows) {
+    auto const& reader = readers.at(r.record);
+    TestMessage m(0, false);
+    event(m, reader.command, put(replaced(attrsOf(reader.base), r.type, r.payloads)));
+    GenlMessage const message(m.msg);
+    EXPECT_EQ(outcome([&] { return reader.read(message); }), r.read)
+        << r.record << ", attribute " << r.type << " x" << r.payloads.size();
+  }
+}
+
+TEST_F(Nl80211Decoder, NamesTheInterfaceAsTheKernelDoesAtEachDecode) {
+  std::vector<std::string> texts, expected;
+  auto const made = Ny80211::testing::withVethPair([&](Ny80211::testing::LinkPeer& peer, unsigned index) {
+    auto const on = [&](std::uint8_t command, Fill const& fill) {
+      TestMessage m(0, false);
+      event(m, command, put(replaced(attrsOf(fill), NL80211_ATTR_IFINDEX, {})));
+      m.u32(NL80211_ATTR_IFINDEX, index);
+      return feed(m);
+    };
+    for (auto const& name : {std::string("v0"), std::string("w0"), fmt::format("<ifindex {}>", index)}) {
+      if (name == "w0") peer.renameLink(index, "w0");
+      if (name != "v0" && name != "w0") peer.deleteLink("w0");
+      auto const created = on(NL80211_CMD_NEW_INTERFACE, ifc).cast<Event::IfcCreated>();
+      texts.push_back(fmt::format("{} / {} / {}", NetIfcID(index), created.isNull() ? "" : created->info().ifc.name(),
+                                  textOf(on(NL80211_CMD_CH_SWITCH_NOTIFY, channel))));
+      expected.push_back(fmt::format("netifc {0} / {0} / VAP {0} switched to channel: primary 5180 MHz (# 36) / "
+                                     "center 5210 MHz (# 42) / width 80 MHz", name));
+    }
+  });
+  if (!made) GTEST_SKIP() << "needs root and veth links for a network namespace";
+  EXPECT_EQ(texts, expected);
 }
 
 }  // namespace

@@ -92,10 +92,12 @@ struct Decoded {
   std::vector<TraceLine> lines;
 };
 
-// One message through the decoder, with what it logged and published.
+// One message through the decoder, with what it logged and published; first
+// with nobody listening, which must publish the same.
 Decoded decode(WextFields const& fields) {
-  Poco::NotificationQueue queue;
+  Poco::NotificationQueue quiet, queue;
   WextMessage const message(fields);
+  EXPECT_EQ(detail::WextEventDecoder(NyEvent::Publisher(quiet))(message.msg), NL_OK);
   Decoded out;
   {
     TraceCapture const capture;
@@ -108,6 +110,13 @@ Decoded decode(WextFields const& fields) {
     EXPECT_FALSE(event.isNull()) << owned->name();
     if (!event.isNull()) out.events.push_back(event);
   }
+  std::vector<std::string> texts, quietTexts;
+  for (auto const& event : out.events) texts.push_back(event->toString());
+  while (auto* notification = quiet.dequeueNotification()) {
+    Poco::AutoPtr<Poco::Notification> const owned(notification);
+    quietTexts.push_back(owned.cast<Event::WextEvent>()->toString());
+  }
+  EXPECT_EQ(quietTexts, texts);
   return out;
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -6,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 
+#include "../events/LinkPeer.h"
 #include "TestMessage.h"
 #include "TraceCapture.h"
 #include "ny80211/BssInfo.h"
@@ -14,7 +16,10 @@
 namespace {
 
 using namespace Ny80211;
+using Ny80211::testing::Attrs;
 using Ny80211::testing::Bytes;
+using Ny80211::testing::outcome;
+using Ny80211::testing::replaced;
 using Ny80211::testing::TestMessage;
 using Ny80211::testing::TraceCapture;
 using Ny80211::testing::TraceLine;
@@ -56,25 +61,27 @@ Bytes vendor(std::uint8_t kind, Bytes const& data, std::uint8_t versionLow = 1) 
   return Bytes{221, static_cast<std::uint8_t>(body.size())} + body;
 }
 
-// A scan-result message: interface 1 (lo, which every machine has) and a
-// nested BSS with these elements.
+// The attributes of a BSS in the kernel's order, with these elements.
+Attrs bssAttrs(Bytes const& ies, std::uint32_t mhz = 5180) {
+  using Ny80211::testing::bytesOf;
+  return {{NL80211_BSS_BSSID, {0x02, 0, 0, 0, 0x01, 0}}, {NL80211_BSS_FREQUENCY, bytesOf(mhz)},
+          {NL80211_BSS_CHAN_WIDTH, bytesOf(std::uint32_t{0})}, {NL80211_BSS_SEEN_MS_AGO, bytesOf(std::uint32_t{112})},
+          {NL80211_BSS_SIGNAL_MBM, bytesOf(std::int32_t{-2700})}, {NL80211_BSS_BEACON_INTERVAL, bytesOf(std::uint16_t{100})},
+          {NL80211_BSS_CAPABILITY, bytesOf(std::uint16_t{0x0411})},
+          {NL80211_BSS_LAST_SEEN_BOOTTIME, bytesOf(std::uint64_t{14544000000})},
+          {NL80211_BSS_INFORMATION_ELEMENTS, ies}};
+}
+
+// A scan-result message: a nested BSS and the interface, 1 (lo, which every
+// machine has) unless told.
 struct ScanResult {
-  explicit ScanResult(Bytes const& ies, std::uint32_t mhz = 5180, int skip = -1) {
+  explicit ScanResult(Bytes const& ies, std::uint32_t mhz = 5180, int skip = -1)
+      : ScanResult(replaced(bssAttrs(ies, mhz), skip, {})) {}
+  explicit ScanResult(Attrs const& bssAttrs, std::uint32_t ifindex = 1) {
     auto bss = TestMessage::nestBody();
-    auto put = [&](int type, Bytes const& payload) {
-      if (type != skip) bss.put(type, payload);
-    };
-    put(NL80211_BSS_BSSID, {0x02, 0, 0, 0, 0x01, 0});
-    put(NL80211_BSS_FREQUENCY, Ny80211::testing::bytesOf(mhz));
-    put(NL80211_BSS_CHAN_WIDTH, Ny80211::testing::bytesOf(std::uint32_t{0}));
-    put(NL80211_BSS_SEEN_MS_AGO, Ny80211::testing::bytesOf(std::uint32_t{112}));
-    put(NL80211_BSS_SIGNAL_MBM, Ny80211::testing::bytesOf(std::int32_t{-2700}));
-    put(NL80211_BSS_BEACON_INTERVAL, Ny80211::testing::bytesOf(std::uint16_t{100}));
-    put(NL80211_BSS_CAPABILITY, Ny80211::testing::bytesOf(std::uint16_t{0x0411}));
-    put(NL80211_BSS_LAST_SEEN_BOOTTIME, Ny80211::testing::bytesOf(std::uint64_t{14544000000}));
-    put(NL80211_BSS_INFORMATION_ELEMENTS, ies);
+    bss.put(bssAttrs);
     message.nest(NL80211_ATTR_BSS, bss);
-    message.u32(NL80211_ATTR_IFINDEX, 1);
+    message.u32(NL80211_ATTR_IFINDEX, ifindex);
   }
   Cmd::ScanInfo read() const { return Cmd::ScanInfo(message.stream()); }
   TestMessage message;
@@ -173,32 +180,100 @@ TEST(Bss, VendorDataOnlyUnderTheOwnOuiAndVersion) {
   EXPECT_FALSE(bss.vendorName);
 }
 
-TEST(Bss, BrokenElementEndsTheWalkWithALogLine) {
-  TraceCapture log;
-  // The HT element is sound, the vendor element claims 9 bytes and has 4.
-  auto const ies = ssid("lab") + ht(36, 1, true) + Bytes{221, 9, 0x02, 0x51, 0x54, 8};
-  auto const bss = ScanResult(ies).read().bss;
-  EXPECT_EQ(bss.getRawSSID(), "lab");
-  ASSERT_TRUE(bss.channel);
-  EXPECT_EQ(bss.channel->width, NL80211_CHAN_WIDTH_40);
-  EXPECT_EQ(log.lines(), (std::vector<TraceLine>{{trace::Provider::Cmd, trace::Level::Err,
-                                                  "broken element @ (29/35): too short (6 < 11)"}}));
+struct Logged {
+  char const* name;
+  std::uint32_t mhz;
+  Bytes ies;
+  std::string read;                // SSID, UTF-8 flag, channel type, channel
+  std::vector<std::string> lines;  // at ny80211_cmd/log_err, in order
+};
 
-  // A well-framed element of the wrong length breaks the walk just the same.
-  TraceCapture again;
-  EXPECT_EQ(ScanResult(Bytes{192, 4, 1, 42, 0, 0} + ssid("late")).read().bss.getRawSSID(), "");
-  EXPECT_EQ(again.lines(), (std::vector<TraceLine>{{trace::Provider::Cmd, trace::Level::Err,
-                                                    "broken element @ (0/12): wrong length (4 != 5)"}}));
+TEST(Bss, BrokenElementsAndChannelsAreLoggedInOrderAndTheReadGoesOn) {
+  std::string const bad = "could not process channel information for BSSID 02:00:00:00:01:00: ";
+  std::string const band0 = bad + "cannot convert channel index 0 in band 0 to frequency";
+  std::string const at5180 = " type 0 primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
+  Bytes const utf8{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0};
+  Logged const rows[] = {
+      // The HT element is sound, the vendor element claims 9 bytes and has 4.
+      {"BrokenVendor", 5180, ssid("lab") + ht(36, 1, true) + Bytes{221, 9, 0x02, 0x51, 0x54, 8},
+       "'lab' type 3 primary 5180 MHz (# 36) / center 5190 MHz (# 38) / width 40 MHz",
+       {"broken element @ (29/35): too short (6 < 11)"}},
+      {"WellFramedOfTheWrongLength", 5180, Bytes{192, 4, 1, 42, 0, 0} + ssid("late"), "''" + at5180,
+       {"broken element @ (0/12): wrong length (4 != 5)"}},
+      {"TrailingByte", 5180, ssid("lab") + Bytes{0}, "'lab'" + at5180, {"broken element @ (5/6): too short (1 < 2)"}},
+      // An empty extension element takes its extension ID from the next byte.
+      {"EmptyExtension", 5180, Bytes{255, 0} + ssid("lab"), "'lab'" + at5180, {}},
+      {"EmptyExtensionLast", 5180, ssid("lab") + Bytes{255, 0}, "'lab'" + at5180,
+       {"broken element @ (5/7): too short (2 < 3)"}},
+      {"LaterSsidAndCapabilitiesWin", 5180, utf8 + ssid("one") + ssid("two") + Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0, 0},
+       "'two'" + at5180, {}},
+      {"HtPrimaryZero", 2412, ssid("lab") + ht(0, 0, false), "'lab' type 0 no channel", {band0}},
+      {"SecondHtBroken", 2412, ht(1, 1, true) + ht(0, 0, false) + ssid("lab"), "'lab' type 3 no channel", {band0}},
+      {"CentreZeroAtTheEnd", 5180, ht(36, 1, true) + vht(1, 0, 0), "'' type 3 no channel",
+       {bad + "cannot convert channel index 0 in band 1 to frequency"}},
+      {"NoChannelNumberForTheFallback", 2407, ssid("lab"), "'lab' type 0 no channel", {band0}},
+      {"BrokenElementThenBadChannel", 2412, ht(0, 0, false) + ssid("lab") + utf8 + Bytes{221, 9, 2},
+       "'lab' utf8 type 0 no channel", {"broken element @ (39/42): too short (3 < 11)", band0}},
+  };
+  for (auto const& r : rows) {
+    SCOPED_TRACE(r.name);
+    TraceCapture log;
+    auto const bss = ScanResult(r.ies, r.mhz).read().bss;
+    EXPECT_EQ(fmt::format("'{}'{} type {} {}", bss.getRawSSID(), bss.utf8Ssid ? " utf8" : "", bss.channelType,
+                          bss.channel ? bss.channel->toString() : "no channel"),
+              r.read);
+    std::vector<TraceLine> lines;
+    for (auto const& text : r.lines) lines.push_back({trace::Provider::Cmd, trace::Level::Err, text});
+    EXPECT_EQ(log.lines(), lines);
+  }
 }
 
-TEST(Bss, ChannelThatCannotBeConvertedIsLoggedAndLeftOut) {
-  TraceCapture log;
-  auto const bss = ScanResult(ssid("lab") + ht(0, 0, false), 2412).read().bss;
-  EXPECT_FALSE(bss.channel);
-  EXPECT_EQ(bss.getRawSSID(), "lab");
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_EQ(log.lines()[0].text.rfind("could not process channel information for BSSID 02:00:00:00:01:00: ", 0), 0u)
-      << log.lines()[0];
+TEST(Bss, AbsentShortRepeatedAndReorderedAttributes) {
+  struct Row {
+    int type;
+    std::vector<char const*> payloads;  // hex, in message order; none: absent
+    std::string read;
+  };
+  std::string const rest = " / 5180 MHz / 'lab' / primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
+  Row const rows[] = {
+      {NL80211_BSS_STATUS, {}, "02:00:00:00:01:00 status -" + rest},
+      {NL80211_BSS_STATUS, {"07000000"}, "02:00:00:00:01:00 status 7" + rest},
+      {NL80211_BSS_STATUS, {"0700"}, "Error: attribute (type 9) payload too small for data type (2 < 4)"},
+      {NL80211_BSS_STATUS, {"07000000", "08000000"}, "02:00:00:00:01:00 status 7" + rest},
+      {NL80211_BSS_BSSID, {"020000000200", "020000000100"}, "02:00:00:00:02:00 status -" + rest},
+      {NL80211_BSS_BSSID, {"0200000002", "020000000100"}, "Error: attribute (type 1) payload too small for data type (5 < 6)"},
+      {NL80211_BSS_INFORMATION_ELEMENTS, {"00036c6162", "000374776f"}, "02:00:00:00:01:00 status -" + rest},
+  };
+  for (bool const reorder : {false, true}) {
+    for (auto const& r : rows) {
+      auto attrs = replaced(bssAttrs(ssid("lab")), r.type, r.payloads);
+      // By type, falling; repeats keep their order.
+      if (reorder) std::stable_sort(attrs.begin(), attrs.end(), [](auto& a, auto& b) { return a.first > b.first; });
+      EXPECT_EQ(outcome([&] {
+                  auto const b = ScanResult(attrs).read().bss;
+                  return fmt::format("{} status {} / {} MHz / '{}' / {}", b.bssid, b.status ? std::to_string(*b.status) : "-",
+                                     b.frequency, b.getRawSSID(), b.channel ? b.channel->toString() : "");
+                }),
+                r.read)
+          << "attribute " << r.type << " x" << r.payloads.size() << (reorder ? " reordered" : "");
+    }
+  }
+}
+
+TEST(Bss, ScanInfoNamesTheInterfaceAsTheKernelDoesAtEachRead) {
+  std::vector<std::string> names;
+  unsigned v0 = 0;
+  auto const made = Ny80211::testing::withVethPair([&](Ny80211::testing::LinkPeer& peer, unsigned index) {
+    v0 = index;
+    ScanResult const result(bssAttrs(ssid("lab")), index);
+    names.push_back(result.read().ifc.name());
+    peer.renameLink(index, "w0");
+    names.push_back(result.read().ifc.name());
+    peer.deleteLink("w0");
+    names.push_back(result.read().ifc.name());
+  });
+  if (!made) GTEST_SKIP() << "needs root and veth links for a network namespace";
+  EXPECT_EQ(names, (std::vector<std::string>{"v0", "w0", fmt::format("<ifindex {}>", v0)}));
 }
 
 TEST(Bss, MandatoryAttributesAndSizes) {

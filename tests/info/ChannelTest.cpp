@@ -99,18 +99,4 @@ TEST(ChannelInfo, BuildAndReadEveryChannelOnTheBandOfThePrimary) {
   expectChannel(*info.center2, 42, 5210);
 }
 
-TEST(ChannelInfo, OnlyAMissingAttributeMakesTryReadFromEmpty) {
-  TestMessage m, bad;
-  m.u32(NL80211_ATTR_WIPHY_FREQ, 5180).u32(NL80211_ATTR_CHANNEL_WIDTH, NL80211_CHAN_WIDTH_20);
-  EXPECT_THROW(ChannelInfo().readFrom(m.stream()), AttrNotFound);
-  EXPECT_FALSE(ChannelInfo::tryReadFrom(m.stream()));
-  m.u32(NL80211_ATTR_CENTER_FREQ1, 5180);
-  auto const info = ChannelInfo::tryReadFrom(m.stream());
-  ASSERT_TRUE(info);
-  EXPECT_FALSE(info->center2);
-  // The primary is converted before the missing centre is looked for.
-  bad.u32(NL80211_ATTR_WIPHY_FREQ, 5950);
-  EXPECT_THROW(ChannelInfo::tryReadFrom(bad.stream()), Error);
-}
-
 }  // namespace

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -72,6 +73,34 @@ TEST(AttrStream, MissingAndShortAttributes) {
               ThrowsMessage<Error>("attribute (type 5) payload too small for data type (0 < 1)"));
   EXPECT_EQ(s.getString(4), "abcde");  // without its NUL it ends at the attribute
   EXPECT_THROW(s.getU8(9), AttrNotFound);
+}
+
+TEST(AttrStream, FirstOfATypeWinsAsFarAsTheWalkReaches) {
+  TestMessage m;
+  m.put(3, {1, 0});  // short, and first
+  m.u32(3, 2).u32(NLA_F_NESTED | 5, 7).u32(0, 1).u32(351, 2).u32(0x3fff, 3);
+  auto const s = m.stream();
+  EXPECT_EQ(s.find(3), s.head());
+  EXPECT_THAT([&] { s.getU32(3); },
+              ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 4)"));
+  // Flag bits are no part of a type; types past its 14 bits are never there.
+  EXPECT_EQ(s.getU32(5) + s.getU32(0) + s.getU32(351) + s.getU32(0x3fff), 13u);
+  for (int type : {-1, 2, 0x4003, NLA_F_NESTED | 5, 0x10003}) {
+    EXPECT_FALSE(s.has(type)) << type;
+    EXPECT_THAT([&] { s.find(type); },
+                ThrowsMessage<AttrNotFound>(fmt::format("attribute not found (type {})", type)));
+  }
+  // A length past the area's end, or below a header's, ends the walk there.
+  for (std::uint16_t const length : {2, 200}) {
+    TestMessage cut;
+    cut.u32(1, 1).u32(2, 2).u32(3, 3);
+    cut.stream().find(2)->nla_len = length;
+    int count = 0;
+    cut.stream().forEachAttr([&](nlattr const*) { ++count; });
+    EXPECT_EQ(count, 1);
+    EXPECT_TRUE(cut.stream().has(1));
+    EXPECT_FALSE(cut.stream().has(2) || cut.stream().has(3)) << length;
+  }
 }
 
 TEST(AttrStream, FailedWritesLeaveOneCopyAndTheIndexIntact) {

@@ -1,10 +1,14 @@
 #pragma once
 // A generic netlink message to write attributes into, freed at the end, with
-// an AttrStream over its attribute area.
+// an AttrStream over its attribute area; what a read gives as one text.
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <netlink/attr.h>
@@ -12,10 +16,46 @@
 #include <netlink/msg.h>
 
 #include "ny80211/AttrStream.h"
+#include "ny80211/Error.h"
 
 namespace Ny80211::testing {
 
 using Bytes = std::vector<std::uint8_t>;
+// Types with their flag bits, in message order.
+using Attrs = std::vector<std::pair<int, Bytes>>;
+
+// Two hex digits a byte: "6c09" is {0x6c, 0x09}.
+inline Bytes hex(std::string_view text) {
+  Bytes bytes(text.size() / 2);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    std::from_chars(text.data() + 2 * i, text.data() + 2 * i + 2, bytes[i], 16);
+  }
+  return bytes;
+}
+
+// base with its attributes of the type replaced by one per hex payload, put
+// first; no payload leaves the type out.
+inline Attrs replaced(Attrs const& base, int type, std::vector<char const*> const& payloads) {
+  Attrs attrs;
+  for (auto const* payload : payloads) attrs.emplace_back(type, hex(payload));
+  for (auto const& attr : base) {
+    if ((attr.first & NLA_TYPE_MASK) != type) attrs.push_back(attr);
+  }
+  return attrs;
+}
+
+// The text a read returns, or the type and text of the library exception it
+// throws.
+template <class Read>
+std::string outcome(Read const& read) {
+  try {
+    return read();
+  } catch (AttrNotFound const& e) {
+    return std::string("AttrNotFound: ") + e.what();
+  } catch (Error const& e) {
+    return std::string("Error: ") + e.what();
+  }
+}
 
 template <class T>
 Bytes bytesOf(T value) {
@@ -56,6 +96,10 @@ struct TestMessage {
       std::memcpy(nla_data(attr), payload.data(), payload.size());
     }
     return attr;
+  }
+  TestMessage& put(Attrs const& attrs) {
+    for (auto const& [type, payload] : attrs) put(type, payload);
+    return *this;
   }
   nlattr* nest(int type, TestMessage const& inner) {
     nla_put_nested(msg, type, inner.msg);

@@ -13,6 +13,7 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <Poco/File.h>
 
@@ -80,9 +81,17 @@ namespace {
 // at its first lookup); it is closed when the thread ends.
 class NameSocket {
  public:
-  NameSocket() noexcept : fd_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+  NameSocket() noexcept : fd_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    if (fd_ >= 0 && ::fstat(fd_, &identity_) != 0) identity_ = {};
+  }
+  // Only the socket it opened: a daemon that closed the descriptor may have
+  // been given the same number for a file of its own since.
   ~NameSocket() {
-    if (fd_ >= 0) ::close(fd_);
+    struct stat now {};
+    if (fd_ >= 0 && ::fstat(fd_, &now) == 0 && now.st_dev == identity_.st_dev &&
+        now.st_ino == identity_.st_ino) {
+      ::close(fd_);
+    }
   }
   NameSocket(NameSocket const&) = delete;
   NameSocket& operator=(NameSocket const&) = delete;
@@ -102,6 +111,7 @@ class NameSocket {
 
  private:
   int fd_;
+  struct stat identity_ {};
 };
 
 }  // namespace

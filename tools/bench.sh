@@ -103,7 +103,8 @@ echo " CPU time ratio includes the system calls; lib/s: library items per second
 
 echo
 so=$(stripped_kib "$build/src/libny80211.so" strip)
-echo "libny80211.so stripped, $(uname -m): $so KiB (target < 700 KiB)$([[ $so -lt 700 ]] || echo ' MISSED')"
+# The size target is the target's (AArch64); this one is for comparison.
+echo "libny80211.so stripped, $(uname -m): $so KiB"
 if [[ -e $aarch64_build/src/libny80211.so ]] && command -v aarch64-linux-gnu-strip >/dev/null; then
   so=$(stripped_kib "$aarch64_build/src/libny80211.so" aarch64-linux-gnu-strip)
   echo "libny80211.so stripped, aarch64 ($aarch64_build, built $(date -r "$aarch64_build/src/libny80211.so" '+%F %R')): $so KiB (target < 700 KiB)$([[ $so -lt 700 ]] || echo ' MISSED')"

@@ -129,23 +129,30 @@ inline Message linkMessage(Bytes const& attrs) {
   return appended(std::move(message), attrs);
 }
 
-// The leading netlink message of bytes, as libnl hands a received one on: only
-// when its nlmsg_len covers a netlink header and no more than bytes hold.
-inline Bytes rawMessageBytes(Bytes const& bytes, std::size_t minimum = NLMSG_HDRLEN) {
-  if (bytes.size() < NLMSG_HDRLEN) return {};
+// The length of the leading netlink message of bytes, as libnl hands a
+// received one on: only when its nlmsg_len covers a netlink header and no
+// more than bytes hold (0 otherwise).
+inline std::size_t rawMessageLength(Bytes const& bytes, std::size_t minimum = NLMSG_HDRLEN) {
+  if (bytes.size() < NLMSG_HDRLEN) return 0;
   nlmsghdr header;
   std::memcpy(&header, bytes.data(), sizeof header);
-  if (header.nlmsg_len < minimum || header.nlmsg_len > bytes.size()) return {};
-  return Bytes(bytes.begin(), bytes.begin() + header.nlmsg_len);
+  if (header.nlmsg_len < minimum || header.nlmsg_len > bytes.size()) return 0;
+  return header.nlmsg_len;
+}
+
+// Those bytes.
+inline Bytes rawMessageBytes(Bytes const& bytes, std::size_t minimum = NLMSG_HDRLEN) {
+  auto const length = rawMessageLength(bytes, minimum);
+  return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
 }
 
 // The same as a libnl message.
 inline Message rawMessage(Bytes const& bytes) {
-  auto const whole = rawMessageBytes(bytes);
-  if (whole.empty()) return {};
-  Message message(nlmsg_alloc_size(whole.size()));
+  auto const length = rawMessageLength(bytes);
+  if (length == 0) return {};
+  Message message(nlmsg_alloc_size(length));
   if (!message) fail("message allocation failed");
-  std::memcpy(nlmsg_hdr(message.get()), whole.data(), whole.size());
+  std::memcpy(nlmsg_hdr(message.get()), bytes.data(), length);
   return message;
 }
 

@@ -14,14 +14,13 @@
 
 #include "Bench.h"
 #include "EventRow.h"
-#include "Hex.h"
 #include "TestMessage.h"
 #include "events/Decoders.h"
 #include "ny80211/Events.h"
 
 namespace {
 
-using bench::hex;
+using Ny80211::testing::hex;
 using Ny80211::testing::TestMessage;
 
 // A real interface, so that the name lookups of the events are real.

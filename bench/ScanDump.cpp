@@ -9,12 +9,14 @@
 #include <iterator>
 #include <string_view>
 
-#include "Hex.h"
+#include "TestMessage.h"
 
 namespace bench::scan {
 
 namespace {
 
+using Ny80211::testing::Bytes;
+using Ny80211::testing::hex;
 using Ny80211::testing::TestMessage;
 
 constexpr Ap aps[] = {

@@ -15,7 +15,7 @@
 
 #include "Bench.h"
 #include "EventRow.h"
-#include "Hex.h"
+#include "TestMessage.h"
 #include "WextMessage.h"
 #include "events/Decoders.h"
 #include "ny80211/WextEvents.h"
@@ -49,7 +49,7 @@ Kind const kinds[] = {
 
 std::unique_ptr<WextMessage> build(Kind const& kind) {
   return std::make_unique<WextMessage>(
-      Ny80211::testing::WextFields{.athEvent = kind.athEvent, .payload = bench::hex(kind.payload)});
+      Ny80211::testing::WextFields{.athEvent = kind.athEvent, .payload = Ny80211::testing::hex(kind.payload)});
 }
 
 // The event number of a custom wireless event in a link message, or 0.

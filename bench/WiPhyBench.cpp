@@ -15,7 +15,6 @@
 #include <netlink/genl/genl.h>
 
 #include "Bench.h"
-#include "Hex.h"
 #include "TestMessage.h"
 #include "ny80211/GenlMessage.h"
 #include "ny80211/WiPhyInfo.h"
@@ -23,7 +22,7 @@
 namespace {
 
 using bench::check;
-using bench::hex;
+using Ny80211::testing::hex;
 using Ny80211::testing::TestMessage;
 
 struct ChannelRow {

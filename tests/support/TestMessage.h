@@ -24,11 +24,20 @@ using Bytes = std::vector<std::uint8_t>;
 // Types with their flag bits, in message order.
 using Attrs = std::vector<std::pair<int, Bytes>>;
 
-// Two hex digits a byte: "6c09" is {0x6c, 0x09}.
+// Two hex digits a byte: "6c09" is {0x6c, 0x09}; blanks between bytes are
+// skipped, as captures group them.
 inline Bytes hex(std::string_view text) {
-  Bytes bytes(text.size() / 2);
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    std::from_chars(text.data() + 2 * i, text.data() + 2 * i + 2, bytes[i], 16);
+  Bytes bytes;
+  bytes.reserve(text.size() / 2);
+  for (std::size_t i = 0; i + 1 < text.size();) {
+    if (text[i] == ' ') {
+      ++i;
+      continue;
+    }
+    std::uint8_t byte = 0;
+    std::from_chars(text.data() + i, text.data() + i + 2, byte, 16);
+    bytes.push_back(byte);
+    i += 2;
   }
   return bytes;
 }

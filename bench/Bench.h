@@ -34,6 +34,12 @@ struct Row {
   std::function<std::unique_ptr<Work>()> baseline;
 };
 
+// A Row side that makes a W.
+template <class W>
+std::unique_ptr<Work> make() {
+  return std::make_unique<W>();
+}
+
 int run(int argc, char** argv, std::vector<Row> const& rows);
 
 // Heap allocations (malloc, calloc, realloc, aligned_alloc; operator new goes

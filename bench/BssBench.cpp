@@ -180,13 +180,8 @@ class Baseline final : public Dump {
   }
 };
 
-template <class W>
-std::unique_ptr<bench::Work> make() {
-  return std::make_unique<W>();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::run(argc, argv, {{"bss", make<Library>, make<Baseline>}});
+  return bench::run(argc, argv, {{"bss", bench::make<Library>, bench::make<Baseline>}});
 }

@@ -275,13 +275,8 @@ class Baseline final : public bench::Work {
   Parsed parsed_;
 };
 
-template <class W>
-std::unique_ptr<bench::Work> make() {
-  return std::make_unique<W>();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::run(argc, argv, {{"wiphy", make<Library>, make<Baseline>}});
+  return bench::run(argc, argv, {{"wiphy", bench::make<Library>, bench::make<Baseline>}});
 }

@@ -27,10 +27,10 @@ cross=(
 )
 
 # The kernel tests: a Debian kernel with mac80211_hwsim booted under qemu,
-# with the host's hostapd, iw and regulatory database.
+# with the host's hostapd, wpa_supplicant, iw and regulatory database.
 vm=(
   qemu-system-x86 linux-image-amd64 busybox-static kmod
-  hostapd iw wireless-regdb
+  hostapd wpasupplicant iw wireless-regdb
 )
 
 want=("${native[@]}" "${vm[@]}")

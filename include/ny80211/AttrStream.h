@@ -92,6 +92,7 @@ class NY80211_API AttrStream {
   // Optional reads: empty when absent, Error when present but short.
   std::optional<std::uint8_t> tryGetU8(int type) const;
   std::optional<std::uint32_t> tryGetU32(int type) const;
+  std::optional<std::uint64_t> tryGetU64(int type) const;
 
   // How many attributes the stream holds, duplicates included.
   std::size_t size() const noexcept { return size_; }

@@ -200,6 +200,12 @@ std::optional<std::uint32_t> AttrStream::tryGetU32(int type) const {
   return Ny80211::getU32(attr);
 }
 
+std::optional<std::uint64_t> AttrStream::tryGetU64(int type) const {
+  auto const* attr = tryFind(type);
+  if (attr == nullptr) return std::nullopt;
+  return Ny80211::getU64(attr);
+}
+
 NestedAttr::NestedAttr(nl_msg* ownMessage) : ownMessage_(ownMessage) {
   if (ownMessage_ == nullptr) return;
   auto* header = nlmsg_hdr(ownMessage_);

@@ -228,6 +228,63 @@ void apChannel(TestMessage& m) {
   m.put(NL80211_ATTR_MLD_ADDR, {0x02, 0, 0, 0, 0, 0x10});
 }
 
+// A rate nest of each generation the kernel sends.
+void rate(TestMessage& r, int mcsType, std::uint8_t mcs, int widthFlag) {
+  r.u32(NL80211_RATE_INFO_BITRATE32, 8667);
+  r.put(NL80211_RATE_INFO_BITRATE, bytesOf<std::uint16_t>(8667));
+  if (mcsType != 0) r.put(mcsType, {mcs});
+  if (mcsType == NL80211_RATE_INFO_VHT_MCS) r.put(NL80211_RATE_INFO_VHT_NSS, {2});
+  if (mcsType == NL80211_RATE_INFO_HE_MCS) {
+    r.put(NL80211_RATE_INFO_HE_NSS, {2});
+    r.put(NL80211_RATE_INFO_HE_GI, {1});
+  }
+  if (widthFlag != 0) r.put(widthFlag, {});
+  r.put(NL80211_RATE_INFO_SHORT_GI, {});
+}
+
+void station(TestMessage& m, int txMcs, int rxMcs) {
+  m.u32(NL80211_ATTR_IFINDEX, 1).put(NL80211_ATTR_MAC, {0x02, 0, 0, 0, 1, 0});
+  m.u32(NL80211_ATTR_GENERATION, 3);
+  auto info = TestMessage::nestBody();
+  info.u32(NL80211_STA_INFO_INACTIVE_TIME, 144).u32(NL80211_STA_INFO_CONNECTED_TIME, 12);
+  info.u32(NL80211_STA_INFO_RX_BYTES, 608);
+  info.put(NL80211_STA_INFO_RX_BYTES64, bytesOf<std::uint64_t>(608));
+  info.u32(NL80211_STA_INFO_TX_BYTES, 539).u32(NL80211_STA_INFO_RX_PACKETS, 7);
+  info.u32(NL80211_STA_INFO_TX_PACKETS, 5).u32(NL80211_STA_INFO_TX_RETRIES, 0);
+  info.u32(NL80211_STA_INFO_TX_FAILED, 0).u32(NL80211_STA_INFO_BEACON_LOSS, 0);
+  info.put(NL80211_STA_INFO_RX_DROP_MISC, bytesOf<std::uint64_t>(2));
+  info.put(NL80211_STA_INFO_SIGNAL, {0xe5});
+  info.put(NL80211_STA_INFO_SIGNAL_AVG, {0xe4});
+  auto chains = TestMessage::nestBody();
+  chains.put(0, {0xe5});
+  chains.put(1, {0xe3});
+  nest(info, NL80211_STA_INFO_CHAIN_SIGNAL, chains);
+  auto tx = TestMessage::nestBody();
+  rate(tx, txMcs, 7, NL80211_RATE_INFO_80_MHZ_WIDTH);
+  nest(info, NL80211_STA_INFO_TX_BITRATE, tx);
+  auto rx = TestMessage::nestBody();
+  rate(rx, rxMcs, 11, NL80211_RATE_INFO_160_MHZ_WIDTH);
+  nest(info, NL80211_STA_INFO_RX_BITRATE, rx);
+  info.u32(NL80211_STA_INFO_EXPECTED_THROUGHPUT, 9704);
+  info.put(NL80211_STA_INFO_STA_FLAGS, bytesOf<std::uint64_t>(0xaa000000feull));
+  nest(m, NL80211_ATTR_STA_INFO, info);
+}
+
+void survey(TestMessage& m) {
+  m.u32(NL80211_ATTR_IFINDEX, 1);
+  auto info = TestMessage::nestBody();
+  info.u32(NL80211_SURVEY_INFO_FREQUENCY, 5180);
+  info.put(NL80211_SURVEY_INFO_NOISE, {0xa4});
+  info.put(NL80211_SURVEY_INFO_IN_USE, {});
+  for (int type : {NL80211_SURVEY_INFO_TIME, NL80211_SURVEY_INFO_TIME_BUSY,
+                   NL80211_SURVEY_INFO_TIME_EXT_BUSY, NL80211_SURVEY_INFO_TIME_RX,
+                   NL80211_SURVEY_INFO_TIME_TX, NL80211_SURVEY_INFO_TIME_SCAN,
+                   NL80211_SURVEY_INFO_TIME_BSS_RX}) {
+    info.put(type, bytesOf<std::uint64_t>(116 + type));
+  }
+  nest(m, NL80211_ATTR_SURVEY_INFO, info);
+}
+
 void records() {
   genl("records", "wiphy-2-bands", NL80211_CMD_NEW_WIPHY, wiphy);
   genl("records", "interface-ap", NL80211_CMD_NEW_INTERFACE, [](TestMessage& m) {
@@ -236,6 +293,12 @@ void records() {
   });
   genl("records", "interface-station", NL80211_CMD_NEW_INTERFACE,
        [](TestMessage& m) { ifc(m, NL80211_IFTYPE_STATION); });
+  genl("records", "station-vht-he", NL80211_CMD_NEW_STATION, [](TestMessage& m) {
+    station(m, NL80211_RATE_INFO_VHT_MCS, NL80211_RATE_INFO_HE_MCS);
+  });
+  genl("records", "station-legacy-ht", NL80211_CMD_NEW_STATION,
+       [](TestMessage& m) { station(m, 0, NL80211_RATE_INFO_MCS); });
+  genl("records", "survey", NL80211_CMD_NEW_SURVEY_RESULTS, survey);
 }
 
 void scan(TestMessage& m) {

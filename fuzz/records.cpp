@@ -1,6 +1,6 @@
-// Fuzz target: the wiphy and interface records, both read from the same
-// generic netlink message (either mode) and printed, whole or as far as the
-// read got. Only Error may be thrown, and only by the reads.
+// Fuzz target: the wiphy, interface, station and survey records, all read
+// from the same generic netlink message (either mode) and printed, whole or
+// as far as the read got. Only Error may be thrown, and only by the reads.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +13,8 @@
 #include "ny80211/Error.h"
 #include "ny80211/GenlMessage.h"
 #include "ny80211/InterfaceInfo.h"
+#include "ny80211/StationInfo.h"
+#include "ny80211/SurveyInfo.h"
 #include "ny80211/WiPhyInfo.h"
 
 namespace {
@@ -20,7 +22,7 @@ namespace {
 using namespace Ny80211;
 
 template <class Record>
-void readAndPrint(AttrStream const& attrs) {
+Record readAndPrint(AttrStream const& attrs) {
   Record record;
   try {
     record.readFrom(attrs);
@@ -28,6 +30,7 @@ void readAndPrint(AttrStream const& attrs) {
   }
   fmt::memory_buffer text;
   fmt::format_to(std::back_inserter(text), "{}", record);
+  return record;
 }
 
 }  // namespace
@@ -45,5 +48,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   }
   readAndPrint<WiPhyInfo>(genl->attributes());
   readAndPrint<InterfaceInfo>(genl->attributes());
+  auto const station = readAndPrint<StationInfo>(genl->attributes());
+  fmt::memory_buffer row;
+  fmt::format_to(std::back_inserter(row), "{}", station.toTableRow());
+  readAndPrint<SurveyInfo>(genl->attributes());
   return 0;
 }

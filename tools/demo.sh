@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # The main job: builds the library and the event_monitor example, then, in the
 # VM with two virtual radios (tools/vm-run), runs event_monitor as a daemon
-# would and plays a scenario against it with iw, hostapd and hostapd_cli: an
-# access point comes up on wlan0, wlan1 scans, the access point switches
-# channel, a monitor interface comes and goes, the access point goes down;
-# then SIGUSR1 has the daemon print wlan1's scan table and SIGTERM stops it.
+# would and plays a scenario against it with iw, hostapd, hostapd_cli and
+# wpa_supplicant: a WPA2 access point comes up on wlan0, wlan1 scans, then
+# associates with it as a station, and SIGUSR2 has the daemon print the
+# station table and channel survey of wlan0; the station leaves, the access
+# point switches channel, a monitor interface comes and goes, the access
+# point goes down; then SIGUSR1 has the daemon print wlan1's scan table and
+# SIGTERM stops it.
 # The daemon's lines appear as they come, marked "  |". Afterwards the script
 # checks that the daemon printed the events the scenario made the kernel
 # send, and fails naming those it did not.
@@ -54,6 +57,8 @@ created="^ifc created: .*monitor 'mon0'"
 deleted="^ifc deleted: .*monitor 'mon0'"
 ap_stopped='^AP stopped (phy '
 table='^scan table of wlan1:'
+stations='^stations of netifc wlan0:'
+survey='^survey netifc wlan0 / 5180 MHz'
 table_row='^[0-9a-f:]*  ny80211-demo '
 count='^event_monitor: stopped; events seen: [0-9]'
 
@@ -70,6 +75,19 @@ ieee80211ac=1
 ht_capab=[HT40+]
 vht_oper_chwidth=1
 vht_oper_centr_freq_seg0_idx=42
+wpa=2
+wpa_key_mgmt=WPA-PSK
+rsn_pairwise=CCMP
+wpa_passphrase=ny80211-secret
+CONF
+cat >/tmp/sta.conf <<CONF
+ctrl_interface=/run/wpa_supplicant
+network={
+  ssid="ny80211-demo"
+  psk="ny80211-secret"
+  key_mgmt=WPA-PSK
+  scan_freq=5180
+}
 CONF
 cli() { hostapd_cli -p /run/hostapd -i wlan0 "$@"; }
 
@@ -83,7 +101,7 @@ within 100 'grep -q "^event_monitor: listening" "$out" || ! kill -0 $daemon' || 
 grep -q "^event_monitor: listening" "$out" || { sleep 0.5; fail "event_monitor did not start"; }
 sleep 0.3
 
-step "AP up: hostapd on wlan0, 5 GHz channel 36, VHT80, country DE"
+step "AP up: hostapd on wlan0, WPA2-PSK, 5 GHz channel 36, VHT80, country DE"
 hostapd -B -P /run/hostapd.pid /tmp/ap.conf >/dev/null
 within 200 'iw dev wlan0 info | grep -q ssid' || fail "hostapd did not start the AP"
 ap=$(cat /run/hostapd.pid)
@@ -103,6 +121,21 @@ for attempt in 1 2 3 4 5; do
     sleep 0.5  # busy
   fi
 done
+sleep 0.3
+
+step "a station: wpa_supplicant on wlan1 associates with the AP"
+station=$(cat /sys/class/net/wlan1/address)
+wpa_supplicant -B -P /run/wpa_supplicant.pid -D nl80211 -i wlan1 -c /tmp/sta.conf >/dev/null
+within 300 'iw dev wlan1 link | grep -q "^Connected"' || fail "wlan1 did not associate"
+sleep 0.5
+
+step "SIGUSR2: the daemon prints the stations and survey of wlan0"
+kill -USR2 "$daemon"
+await "$survey"
+
+step "the station leaves: wpa_supplicant ended"
+kill "$(cat /run/wpa_supplicant.pid)"
+within 50 '! iw dev wlan1 link | grep -q "^Connected"' || true
 sleep 0.3
 
 step "channel switch of the AP to channel 149 (5745 MHz), VHT80"
@@ -146,6 +179,9 @@ expect "$switched" "switched to channel (wlan0, to 5745 MHz)"
 expect "$created" "ifc created (mon0)"
 expect "$deleted" "ifc deleted (mon0)"
 expect "$ap_stopped" "AP stopped"
+expect "$stations" "the station table (wlan0)"
+expect "^| $station " "the station in the station table ($station)"
+expect "$survey" "the survey of wlan0 (5180 MHz)"
 expect "$table" "the scan table"
 expect "$table_row" "the AP in the scan table"
 expect "$count" "the event count"

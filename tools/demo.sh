@@ -12,11 +12,16 @@
 # checks that the daemon printed the events the scenario made the kernel
 # send, and fails naming those it did not.
 #
+# On a fresh Debian bookworm machine it first installs what is missing
+# (tools/setup.sh, as root; silent when everything is there) and configures
+# build/ (CMake preset "default").
+#
 #   BUILD_DIR=DIR tools/demo.sh     (default build/)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=$(realpath -m "${BUILD_DIR:-build}")
-[[ -f $build/CMakeCache.txt ]] || cmake -S . -B "$build"
+tools/setup.sh --native
+[[ -f $build/CMakeCache.txt ]] || cmake --preset default -B "$build" >/dev/null
 cmake --build "$build" -j"$(nproc)" --target event_monitor
 
 job=$(mktemp)

@@ -7,7 +7,7 @@ prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for f in include/ny80211/Version.h include/nycpp/span.h lib/cmake/ny80211/ny80211Config.cmake \
-         lib/pkgconfig/ny80211.pc; do
+         lib/pkgconfig/ny80211.pc bin/ny80211; do
   [[ -e "$prefix/$f" ]] || { echo "FAIL: $f was not installed"; exit 1; }
 done
 soname=$(objdump -p "$prefix/lib/libny80211.so" | awk '/SONAME/ { print $2 }')
@@ -16,6 +16,9 @@ soname=$(objdump -p "$prefix/lib/libny80211.so" | awk '/SONAME/ { print $2 }')
 if nm -D --defined-only "$prefix/lib/libny80211.so" | grep -q 'trace.*write'; then
   echo "FAIL: internal symbols are exported"; exit 1
 fi
+
+out=$(LD_LIBRARY_PATH="$prefix/lib" "$prefix/bin/ny80211" --help)
+[[ "$out" == "usage: ny80211 "* ]] || { echo "FAIL: the installed ny80211 --help printed '$out'"; exit 1; }
 
 cmake -S "$source" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null

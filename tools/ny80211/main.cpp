@@ -18,29 +18,32 @@ namespace {
 
 constexpr std::size_t any = static_cast<std::size_t>(-1);
 
+// The first line of a help is the command's summary in the overview.
 constexpr std::array commands{
     Command{"dev", "", "every wireless interface, one a line", 0, 0, dev},
     Command{"phy", "",
-            "the radios, one a line; a record that cannot be read names the attribute it lacks", 0,
-            0, phy},
+            "the radios, one a line\n"
+            "a record that cannot be read names the attribute it lacks",
+            0, 0, phy},
     Command{"scan", "IFACE", "the scan results of IFACE with the channel each BSS operates on", 1,
             1, scan},
     Command{"stations", "IFACE", "the stations associated with IFACE, as a table", 1, 1, stations},
     Command{"survey", "IFACE", "the channel survey of the radio of IFACE, one channel a line", 1, 1,
             survey},
     Command{"events", "[GROUP...]",
-            "nl80211 events of the GROUPs (default: config scan regulatory mlme) and the\n"
-            "driver's wireless-extension events, one a line, until SIGINT or SIGTERM",
+            "live events, one a line, until SIGINT or SIGTERM\n"
+            "the nl80211 multicast GROUPs (default: config scan regulatory mlme) and always the\n"
+            "driver's wireless-extension events",
             0, any, events},
     Command{"param", "get|set TARGET NAME [VALUE...]",
-            "sets or reads a driver parameter by its name in the chip vendor's tables: a radio\n"
-            "parameter of radio TARGET (phy0), an interface parameter of interface TARGET\n"
-            "(wlan0); VALUEs are unsigned numbers, decimal or 0x hex; get names the get row\n"
-            "(get_txchainmask)",
+            "sets or reads a driver parameter by its name\n"
+            "NAME as the chip vendor's tables have it: a radio parameter takes a radio as TARGET\n"
+            "(phy0), an interface parameter an interface (wlan0); get takes the name of the get\n"
+            "row (get_txchainmask); VALUEs are unsigned numbers, decimal or 0x hex",
             3, 6, param},
     Command{"decode", "",
-            "renders the netlink messages whose bytes standard input holds in hex (blanks and\n"
-            "line ends between bytes allowed) as nl80211 attributes",
+            "renders netlink messages given in hex on standard input as nl80211 attributes\n"
+            "blanks and line ends between bytes are skipped",
             0, 0, decode},
 };
 
@@ -53,7 +56,6 @@ void printOverview(std::ostream& out) {
   fmt::print(out, "usage: ny80211 COMMAND [ARG...]  (ny80211 COMMAND --help for one)\n\n");
   for (auto const& command : commands) {
     auto const head = fmt::format("{} {}", command.name, command.synopsis);
-    // The first line of the help is the summary.
     auto const summary = command.help.substr(0, command.help.find('\n'));
     fmt::print(out, "  {:<36} {}\n", head, summary);
   }

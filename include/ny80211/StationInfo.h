@@ -82,10 +82,14 @@ class NY80211_API StationInfo {
   static std::optional<StationInfo> tryReadFrom(AttrStream const& attrs);
 
   // "station {mac} on {ifc}", then for each field present, in the order of
-  // the fields below, " / {name} {value}" ("signal -27 dBm [-27, -28]",
-  // "TX rate (...)", "flags ..."); absent fields leave no text.
+  // the fields below, " / {name} {value}": "signal -27 dBm [-27, -28]" (the
+  // chains' values in brackets, also without a total), "average signal ...",
+  // "TX rate (...)", "connected 12 s", "flags ..."; absent fields leave no
+  // text.
   std::string toString() const;
-  // One row of the station table, ending in a newline; absent values are "-".
+  // One row of the station table, ending in a newline; absent values are
+  // "-". The flags cell has short words ("authz shortpre WMM MFP auth TDLS
+  // assoc"), "none" when the driver reports flags but none is set.
   std::string toTableRow() const;
   // Divider, header row, divider; each line ends in a newline.
   static std::string getTableHeader();

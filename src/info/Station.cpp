@@ -14,9 +14,12 @@ namespace Ny80211 {
 
 namespace {
 
-// Indexed by nl80211_sta_flags.
+// Indexed by nl80211_sta_flags: the record's words, and the table's short
+// ones, which keep a station with every flag inside its cell.
 constexpr std::array<std::string_view, 8> flagTexts{
     "", "authorized", "short preamble", "WMM", "MFP", "authenticated", "TDLS peer", "associated"};
+constexpr std::array<std::string_view, 8> flagCells{"",    "authz", "shortpre", "WMM",
+                                                    "MFP", "auth",  "TDLS",     "assoc"};
 
 std::optional<std::int8_t> tryGetS8(AttrStream const& attrs, int type) {
   if (auto const value = attrs.tryGetU8(type)) return static_cast<std::int8_t>(*value);
@@ -70,7 +73,7 @@ std::string rateCell(std::optional<AttrRateInfo> const& rate) {
 }
 
 constexpr std::string_view rowFormat =
-    "| {:17} | {:>6} | {:>6} | {:>9} | {:>9} | {:>9} | {:>9} | {:>12} | {:>12} | {:42} |\n";
+    "| {:17} | {:>6} | {:>6} | {:>9} | {:>9} | {:>9} | {:>9} | {:>12} | {:>12} | {:38} |\n";
 
 }  // namespace
 
@@ -142,16 +145,19 @@ std::string StationInfo::toString() const {
   auto part = [&](std::string_view label, auto const& value, std::string_view unit) {
     if (value) fmt::format_to(to, " / {} {}{}", label, *value, unit);
   };
-  auto chains = [&](std::string_view label, std::vector<std::int8_t> const& values) {
-    if (!values.empty()) fmt::format_to(to, " / {} [{}] dBm", label, fmt::join(values, ", "));
+  // The chains' values follow the total, as iw shows them.
+  auto signalPart = [&](std::string_view label, std::optional<std::int8_t> const& total,
+                        std::vector<std::int8_t> const& chains) {
+    if (!total && chains.empty()) return;
+    fmt::format_to(to, " / {}", label);
+    if (total) fmt::format_to(to, " {} dBm", *total);
+    if (!chains.empty()) fmt::format_to(to, " [{}]", fmt::join(chains, ", "));
   };
   auto rate = [&](std::string_view label, std::optional<AttrRateInfo> const& value) {
     if (value) fmt::format_to(to, " / {} ({})", label, *value);
   };
-  part("signal", signal, " dBm");
-  chains("chain signal", chainSignal);
-  part("average signal", signalAvg, " dBm");
-  chains("chain average signal", chainSignalAvg);
+  signalPart("signal", signal, chainSignal);
+  signalPart("average signal", signalAvg, chainSignalAvg);
   rate("TX rate", txBitrate);
   rate("RX rate", rxBitrate);
   part("expected throughput", expectedThroughputKbps, " kbps");
@@ -173,11 +179,12 @@ std::string StationInfo::toTableRow() const {
   std::string flagCell = "-";
   if (flags) {
     flagCell.clear();
-    for (unsigned bit = 1; bit < flagTexts.size(); ++bit) {
+    for (unsigned bit = 1; bit < flagCells.size(); ++bit) {
       if (!flags->get(static_cast<nl80211_sta_flags>(bit)).value_or(false)) continue;
-      if (!flagCell.empty()) flagCell += ", ";
-      flagCell += flagTexts[bit];
+      if (!flagCell.empty()) flagCell += ' ';
+      flagCell += flagCells[bit];
     }
+    if (flagCell.empty()) flagCell = "none";
   }
   return fmt::format(rowFormat, mac, cell(signal), cell(signalAvg), rateCell(txBitrate),
                      rateCell(rxBitrate), cell(inactiveMs), cell(connectedSeconds), cell(rxBytes),
@@ -195,7 +202,7 @@ std::string StationInfo::getTableHeader() {
 std::string StationInfo::getTableDivider() {
   return fmt::format(
       "+-{:-<17}-+-{:-<6}-+-{:-<6}-+-{:-<9}-+-{:-<9}-+-{:-<9}-+-{:-<9}-+-{:-<12}-+-{:-<12}-+"
-      "-{:-<42}-+",
+      "-{:-<38}-+",
       "", "", "", "", "", "", "", "", "", "");
 }
 

@@ -1,6 +1,7 @@
 #pragma once
-// What the kernel tests share: running a command of the VM (iw, hostapd),
-// reading what it prints, and waiting for a state of the kernel.
+// What the kernel tests share: running a command of the VM (iw, hostapd,
+// wpa_supplicant), reading what it prints, and waiting for a state of the
+// kernel.
 
 #include <array>
 #include <chrono>
@@ -112,8 +113,11 @@ struct IwInterface {
   auto operator<=>(IwInterface const&) const = default;
 };
 
+// Network interfaces only: a wdev without one (the P2P device that
+// wpa_supplicant makes) is left out, its lines with it.
 inline std::vector<IwInterface> iwDev() {
   std::vector<IwInterface> interfaces;
+  IwInterface* current = nullptr;
   unsigned phy = 0;
   std::istringstream lines(run("iw dev"));
   std::string line;
@@ -123,23 +127,45 @@ inline std::vector<IwInterface> iwDev() {
     words >> key;
     if (key.rfind("phy#", 0) == 0) {
       phy = static_cast<unsigned>(std::stoul(key.substr(4)));
+      current = nullptr;
     } else if (key == "Interface") {
-      interfaces.push_back({});
-      interfaces.back().wiphy = phy;
-      words >> interfaces.back().name;
-    } else if (interfaces.empty()) {
-      continue;
+      current = &interfaces.emplace_back();
+      current->wiphy = phy;
+      words >> current->name;
+    } else if (key == "Unnamed/non-netdev" || current == nullptr) {
+      current = nullptr;
     } else if (key == "ifindex") {
-      words >> interfaces.back().ifindex;
+      words >> current->ifindex;
     } else if (key == "wdev") {
-      words >> std::hex >> interfaces.back().wdev;
+      words >> std::hex >> current->wdev;
     } else if (key == "addr") {
-      words >> interfaces.back().addr;
+      words >> current->addr;
     } else if (key == "type") {
-      std::getline(words >> std::ws, interfaces.back().type);
+      std::getline(words >> std::ws, current->type);
     }
   }
   return interfaces;
+}
+
+// Stops the daemon whose pid file (written by -B after the parent has
+// returned) is pidFile, and returns once it has exited; says so on stderr if
+// it does not.
+inline void stopDaemon(std::string const& what, std::string const& pidFile) {
+  // Gone, or a zombie that no one has reaped yet.
+  auto const exited = [](std::string const& pid) {
+    std::ifstream stat("/proc/" + pid + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) return true;
+    auto const state = line.rfind(") ");
+    return state != std::string::npos && line.compare(state + 2, 1, "Z") == 0;
+  };
+  std::string pid;
+  waitFor([&] { return static_cast<bool>(std::ifstream(pidFile) >> pid); },
+          std::chrono::seconds(30));
+  if (pid.empty() || std::system(("kill " + pid).c_str()) != 0 ||
+      !waitFor([&] { return exited(pid); }, std::chrono::seconds(60))) {
+    std::cerr << what << " (pid '" << pid << "') did not stop\n";
+  }
 }
 
 // hostapd running an access point from a configuration text, until the
@@ -171,15 +197,7 @@ class Hostapd {
   // Returns once hostapd has exited: only then has it put the interface back
   // and removed its control socket and pid file, which the next hostapd on
   // the interface would otherwise lose.
-  ~Hostapd() {
-    std::string pid;
-    // hostapd -B writes its pid file after the parent has returned.
-    waitFor([&] { return static_cast<bool>(std::ifstream(pidFile_) >> pid); }, std::chrono::seconds(30));
-    if (pid.empty() || std::system(("kill " + pid).c_str()) != 0 ||
-        !waitFor([&] { return exited(pid); }, std::chrono::seconds(60))) {
-      std::cerr << "hostapd on " << interface_ << " (pid '" << pid << "') did not stop\n";
-    }
-  }
+  ~Hostapd() { stopDaemon("hostapd on " + interface_, pidFile_); }
   Hostapd(Hostapd const&) = delete;
   Hostapd& operator=(Hostapd const&) = delete;
 
@@ -192,17 +210,47 @@ class Hostapd {
   }
 
  private:
-  // Gone, or a zombie that no one has reaped yet.
-  static bool exited(std::string const& pid) {
-    std::ifstream stat("/proc/" + pid + "/stat");
-    std::string line;
-    if (!std::getline(stat, line)) return true;
-    auto const state = line.rfind(") ");
-    return state != std::string::npos && line.compare(state + 2, 1, "Z") == 0;
-  }
-
   std::string interface_;
   std::string path_;
+  std::string pidFile_;
+};
+
+// wpa_supplicant on a station interface from the network blocks of a
+// configuration text, connected once the object is made, until it goes.
+class WpaSupplicant {
+ public:
+  WpaSupplicant(std::string const& interface, std::string const& networks,
+                std::chrono::seconds connectWithin = std::chrono::seconds(60))
+      : interface_(interface) {
+    auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
+    auto const path = dir + "/wpa_supplicant-" + interface + ".conf";
+    pidFile_ = dir + "/wpa_supplicant-" + interface + ".pid";
+    std::ofstream(path) << "ctrl_interface=/run/wpa_supplicant\n" << networks;
+    std::remove(pidFile_.c_str());
+    run("wpa_supplicant -B -i " + interface + " -c " + path + " -P " + pidFile_ + " >/dev/null");
+    if (!waitFor([&] { return run("iw dev " + interface + " link").starts_with("Connected to "); },
+                 connectWithin)) {
+      stopDaemon("wpa_supplicant on " + interface, pidFile_);
+      throw std::runtime_error("wpa_supplicant did not connect " + interface);
+    }
+  }
+
+  // Returns once wpa_supplicant has exited, its control socket removed.
+  ~WpaSupplicant() { stopDaemon("wpa_supplicant on " + interface_, pidFile_); }
+  WpaSupplicant(WpaSupplicant const&) = delete;
+  WpaSupplicant& operator=(WpaSupplicant const&) = delete;
+
+  // Leaves the network (a deauthentication to the access point) and stays
+  // away until told otherwise.
+  void disconnect() const {
+    auto const answer = run("wpa_cli -p /run/wpa_supplicant -i " + interface_ + " disconnect");
+    if (answer.find("OK") == std::string::npos) {
+      throw std::runtime_error("wpa_cli disconnect: " + answer);
+    }
+  }
+
+ private:
+  std::string interface_;
   std::string pidFile_;
 };
 

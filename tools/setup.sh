@@ -14,6 +14,8 @@ native=(
   clang-14 libclang-rt-14-dev llvm-14
   # tools/bench.sh counts instructions under callgrind
   valgrind
+  # tools/abi.sh compares the library's interface with its baseline
+  abigail-tools
 )
 # The target is AArch64: a cross compiler, the arm64 builds of the libraries,
 # and user-mode qemu to run the unit tests. libpoco-dev:arm64 cannot sit beside

@@ -39,6 +39,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # No paths of the checkout or build folder in the output, and ids that do not
 # shift when a type is added, so that the baseline is the same from any clone.
+# abidw still orders declarations by their files' full paths: from a checkout
+# whose path sorts before /usr (below /tmp, say) the same interface comes out
+# in another order, which abidiff takes as equal but git does not.
 abidw --headers-dir include/ny80211 --drop-private-types \
       --no-corpus-path --no-comp-dir-path --short-locs --type-id-style hash \
       --out-file "$work/current.abi" "$library"

@@ -11,7 +11,7 @@ native=(
   libfmt-dev libpoco-dev liblttng-ust-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   lttng-tools babeltrace2
-  clang-14 libclang-rt-14-dev llvm-14
+  clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
   # tools/bench.sh counts instructions under callgrind
   valgrind
   # tools/abi.sh compares the library's interface with its baseline

@@ -21,8 +21,8 @@ class NY80211_API Context {
  public:
   // Connects nothing. Throws std::system_error when epoll or eventfd fail.
   Context();
-  // Stops a running loop first.
-  virtual ~Context();
+  // Stops a running loop first; a loop that can't be stopped ends the process.
+  virtual ~Context();  // NOLINT(bugprone-exception-escape): on purpose
   Context(Context const&) = delete;
   Context& operator=(Context const&) = delete;
 

@@ -48,6 +48,13 @@ class NY80211_API LengthConstraint {
  public:
   virtual ~LengthConstraint();
   virtual void check(std::size_t length) const = 0;
+
+ protected:
+  LengthConstraint() = default;
+  LengthConstraint(LengthConstraint const&) = default;
+  LengthConstraint& operator=(LengthConstraint const&) = default;
+  LengthConstraint(LengthConstraint&&) = default;
+  LengthConstraint& operator=(LengthConstraint&&) = default;
 };
 
 // Error "too short ({} < {})" below the minimum.
@@ -112,6 +119,10 @@ class NY80211_API Element {
   // derived class may read any offset below header length + 2.
   Element(nycpp::span<const std::byte> bytes, Header const& header, ElementID const& expected,
           LengthConstraint const& rule);
+  Element(Element const&) = default;
+  Element& operator=(Element const&) = default;
+  Element(Element&&) = default;
+  Element& operator=(Element&&) = default;
 
   std::uint8_t octet(std::size_t offset) const { return static_cast<std::uint8_t>(bytes_[offset]); }
 
@@ -135,6 +146,11 @@ class VhtOperation;
 // part of the interface: new ones go at the end.
 class NY80211_API ElementVisitor {
  public:
+  ElementVisitor() = default;
+  ElementVisitor(ElementVisitor const&) = default;
+  ElementVisitor& operator=(ElementVisitor const&) = default;
+  ElementVisitor(ElementVisitor&&) = default;
+  ElementVisitor& operator=(ElementVisitor&&) = default;
   virtual ~ElementVisitor();
   virtual void visit(Elem::EhtOperation const& element);
   virtual void visit(Elem::ExtendedCaps const& element);

@@ -19,6 +19,8 @@ class NY80211_API Error : public std::runtime_error {
   explicit Error(std::string const& text);
   Error(Error const&) = default;
   Error& operator=(Error const&) = default;
+  Error(Error&&) = default;
+  Error& operator=(Error&&) = default;
   ~Error() override;
 
   char const* what() const noexcept override;
@@ -32,6 +34,10 @@ class NY80211_API Error : public std::runtime_error {
 class NY80211_API AttrNotFound : public Error {
  public:
   using Error::Error;
+  AttrNotFound(AttrNotFound const&) = default;
+  AttrNotFound& operator=(AttrNotFound const&) = default;
+  AttrNotFound(AttrNotFound&&) = default;
+  AttrNotFound& operator=(AttrNotFound&&) = default;
   ~AttrNotFound() override;
 };
 
@@ -39,6 +45,10 @@ class NY80211_API AttrNotFound : public Error {
 class NY80211_API CmdFailure : public Error {
  public:
   using Error::Error;
+  CmdFailure(CmdFailure const&) = default;
+  CmdFailure& operator=(CmdFailure const&) = default;
+  CmdFailure(CmdFailure&&) = default;
+  CmdFailure& operator=(CmdFailure&&) = default;
   ~CmdFailure() override;
 };
 
@@ -47,6 +57,10 @@ class NY80211_API CmdFailure : public Error {
 class NY80211_API DumpInterrupted : public Error {
  public:
   using Error::Error;
+  DumpInterrupted(DumpInterrupted const&) = default;
+  DumpInterrupted& operator=(DumpInterrupted const&) = default;
+  DumpInterrupted(DumpInterrupted&&) = default;
+  DumpInterrupted& operator=(DumpInterrupted&&) = default;
   ~DumpInterrupted() override;
 };
 

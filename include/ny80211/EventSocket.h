@@ -52,6 +52,8 @@ class NY80211_API Nl80211EventSocket : public Nl80211Socket {
   Nl80211EventSocket();
   Nl80211EventSocket(Nl80211EventSocket&&) noexcept;
   Nl80211EventSocket& operator=(Nl80211EventSocket&&) noexcept;
+  Nl80211EventSocket(Nl80211EventSocket const&) = delete;
+  Nl80211EventSocket& operator=(Nl80211EventSocket const&) = delete;
   ~Nl80211EventSocket() override;
 
   // Joins an nl80211 multicast group by name ("scan", "mlme", ...) and
@@ -73,6 +75,8 @@ class NY80211_API WextEventSocket {
   WextEventSocket();
   WextEventSocket(WextEventSocket&&) noexcept;
   WextEventSocket& operator=(WextEventSocket&&) noexcept;
+  WextEventSocket(WextEventSocket const&) = delete;
+  WextEventSocket& operator=(WextEventSocket const&) = delete;
   ~WextEventSocket();
 
   // An rtnetlink socket joined to RTNLGRP_LINK. Error naming the failed step.

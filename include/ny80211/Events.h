@@ -29,6 +29,9 @@ namespace Event {
 class NY80211_API Nl80211Event : public Poco::Notification {
  public:
   ~Nl80211Event() override;
+  // Shared through Poco::AutoPtr and never changed: events are not copied.
+  Nl80211Event(Nl80211Event const&) = delete;
+  Nl80211Event& operator=(Nl80211Event const&) = delete;
   virtual std::string toString() const = 0;
 
  protected:
@@ -42,6 +45,8 @@ class NY80211_API WiPhyCreated final : public Nl80211Event {
  public:
   explicit WiPhyCreated(GenlMessage const& message);
   ~WiPhyCreated() override;
+  WiPhyCreated(WiPhyCreated const&) = delete;
+  WiPhyCreated& operator=(WiPhyCreated const&) = delete;
   WiPhyInfo const& info() const noexcept { return info_; }
   std::string toString() const override;
 
@@ -54,6 +59,8 @@ class NY80211_API IfcCreated final : public Nl80211Event {
  public:
   explicit IfcCreated(GenlMessage const& message);
   ~IfcCreated() override;
+  IfcCreated(IfcCreated const&) = delete;
+  IfcCreated& operator=(IfcCreated const&) = delete;
   InterfaceInfo const& info() const noexcept { return info_; }
   bool fourAddr() const noexcept { return fourAddr_; }
   std::string toString() const override;
@@ -68,6 +75,8 @@ class NY80211_API IfcDeleted final : public Nl80211Event {
  public:
   explicit IfcDeleted(GenlMessage const& message);
   ~IfcDeleted() override;
+  IfcDeleted(IfcDeleted const&) = delete;
+  IfcDeleted& operator=(IfcDeleted const&) = delete;
   InterfaceInfo const& info() const noexcept { return info_; }
   std::string toString() const override;
 
@@ -80,6 +89,8 @@ class NY80211_API ApStopped final : public Nl80211Event {
  public:
   explicit ApStopped(GenlMessage const& message);
   ~ApStopped() override;
+  ApStopped(ApStopped const&) = delete;
+  ApStopped& operator=(ApStopped const&) = delete;
   WiPhyID const& phy() const noexcept { return phy_; }
   NetIfcID const& ifc() const noexcept { return ifc_; }
   WDevID const& wdev() const noexcept { return wdev_; }
@@ -96,6 +107,8 @@ class NY80211_API RegDomainChanged final : public Nl80211Event {
  public:
   explicit RegDomainChanged(GenlMessage const& message);
   ~RegDomainChanged() override;
+  RegDomainChanged(RegDomainChanged const&) = delete;
+  RegDomainChanged& operator=(RegDomainChanged const&) = delete;
   WiPhyID const& phy() const noexcept { return phy_; }
   KernelEnum<nl80211_reg_initiator> initiator() const noexcept { return initiator_; }
   KernelEnum<nl80211_reg_type> type() const noexcept { return type_; }
@@ -112,6 +125,8 @@ class NY80211_API ChannelSwitched final : public Nl80211Event {
  public:
   explicit ChannelSwitched(GenlMessage const& message);
   ~ChannelSwitched() override;
+  ChannelSwitched(ChannelSwitched const&) = delete;
+  ChannelSwitched& operator=(ChannelSwitched const&) = delete;
   VapID const& vap() const noexcept { return vap_; }
   ChannelInfo const& channel() const noexcept { return channel_; }
   std::string toString() const override;
@@ -126,6 +141,8 @@ class NY80211_API ChannelSwitched final : public Nl80211Event {
 class NY80211_API ScanEventBase : public Nl80211Event {
  public:
   ~ScanEventBase() override;
+  ScanEventBase(ScanEventBase const&) = delete;
+  ScanEventBase& operator=(ScanEventBase const&) = delete;
   VapID const& vap() const noexcept { return vap_; }
   std::vector<quenta_common::MHz> const& freqs() const noexcept { return freqs_; }
   std::vector<std::vector<std::byte>> const& ssids() const noexcept { return ssids_; }
@@ -155,6 +172,8 @@ class NY80211_API ScanStarted final : public ScanEvent<NL80211_CMD_TRIGGER_SCAN,
   static constexpr std::string_view what = "started";
   using ScanEvent::ScanEvent;
   ~ScanStarted() override;
+  ScanStarted(ScanStarted const&) = delete;
+  ScanStarted& operator=(ScanStarted const&) = delete;
 };
 
 class NY80211_API ScanFinished final
@@ -163,6 +182,8 @@ class NY80211_API ScanFinished final
   static constexpr std::string_view what = "finished";
   using ScanEvent::ScanEvent;
   ~ScanFinished() override;
+  ScanFinished(ScanFinished const&) = delete;
+  ScanFinished& operator=(ScanFinished const&) = delete;
 };
 
 class NY80211_API ScanAborted final : public ScanEvent<NL80211_CMD_SCAN_ABORTED, ScanAborted> {
@@ -170,6 +191,8 @@ class NY80211_API ScanAborted final : public ScanEvent<NL80211_CMD_SCAN_ABORTED,
   static constexpr std::string_view what = "aborted";
   using ScanEvent::ScanEvent;
   ~ScanAborted() override;
+  ScanAborted(ScanAborted const&) = delete;
+  ScanAborted& operator=(ScanAborted const&) = delete;
 };
 
 }  // namespace Event

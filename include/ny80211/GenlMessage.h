@@ -29,6 +29,10 @@ class Badge {
 class NY80211_API DebugRecord {
  public:
   explicit DebugRecord(std::string text) : text(std::move(text)) {}
+  DebugRecord(DebugRecord const&) = default;
+  DebugRecord& operator=(DebugRecord const&) = default;
+  DebugRecord(DebugRecord&&) = default;
+  DebugRecord& operator=(DebugRecord&&) = default;
   virtual ~DebugRecord();
   std::string text;
 };
@@ -87,6 +91,8 @@ class NY80211_API Nl80211Command : public GenlMessage {
   static Nl80211Command dump(std::uint8_t command, std::string debugText);
   Nl80211Command(Nl80211Command&&) noexcept;
   Nl80211Command& operator=(Nl80211Command&&) noexcept;
+  Nl80211Command(Nl80211Command const&) = delete;
+  Nl80211Command& operator=(Nl80211Command const&) = delete;
   ~Nl80211Command() override;
 
  private:

@@ -95,6 +95,9 @@ class NY80211_API Nl80211Socket {
 class NY80211_API CommandSocket : public Nl80211Socket {
  public:
   CommandSocket() = default;
+  // The lock is the object's own: neither copied nor moved.
+  CommandSocket(CommandSocket const&) = delete;
+  CommandSocket& operator=(CommandSocket const&) = delete;
   ~CommandSocket() override;
 
   void connect();

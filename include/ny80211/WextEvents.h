@@ -27,6 +27,9 @@ namespace Event {
 class NY80211_API WextEvent : public Poco::Notification {
  public:
   ~WextEvent() override;
+  // Shared through Poco::AutoPtr and never changed: events are not copied.
+  WextEvent(WextEvent const&) = delete;
+  WextEvent& operator=(WextEvent const&) = delete;
   virtual std::string toString() const = 0;
   // The interface the link message names.
   std::string const& ifName() const noexcept { return ifName_; }
@@ -42,6 +45,8 @@ class NY80211_API AthWextEvent : public WextEvent {
  public:
   static constexpr std::uint16_t customEventID = 0x8C02;  // IWEVCUSTOM
   ~AthWextEvent() override;
+  AthWextEvent(AthWextEvent const&) = delete;
+  AthWextEvent& operator=(AthWextEvent const&) = delete;
 
  protected:
   // Error "unexpected wext event ID ({} != {})" before the name is read, then
@@ -55,6 +60,8 @@ class NY80211_API StaAuthConfirm final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 7;
   explicit StaAuthConfirm(RtNetlinkMessage const& message);
   ~StaAuthConfirm() override;
+  StaAuthConfirm(StaAuthConfirm const&) = delete;
+  StaAuthConfirm& operator=(StaAuthConfirm const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t status() const noexcept { return status_; }
   std::string toString() const override;
@@ -69,6 +76,8 @@ class NY80211_API StaAssocConfirm final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 8;
   explicit StaAssocConfirm(RtNetlinkMessage const& message);
   ~StaAssocConfirm() override;
+  StaAssocConfirm(StaAssocConfirm const&) = delete;
+  StaAssocConfirm& operator=(StaAssocConfirm const&) = delete;
   std::uint32_t status() const noexcept { return status_; }
   std::string toString() const override;
 
@@ -81,6 +90,8 @@ class NY80211_API StaDeauthConfirm final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 9;
   explicit StaDeauthConfirm(RtNetlinkMessage const& message);
   ~StaDeauthConfirm() override;
+  StaDeauthConfirm(StaDeauthConfirm const&) = delete;
+  StaDeauthConfirm& operator=(StaDeauthConfirm const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t reason() const noexcept { return reason_; }
   std::string toString() const override;
@@ -95,6 +106,8 @@ class NY80211_API StaAuthIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 10;
   explicit StaAuthIndication(RtNetlinkMessage const& message);
   ~StaAuthIndication() override;
+  StaAuthIndication(StaAuthIndication const&) = delete;
+  StaAuthIndication& operator=(StaAuthIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t status() const noexcept { return status_; }
   std::string toString() const override;
@@ -109,6 +122,8 @@ class NY80211_API StaDeauthIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 19;
   explicit StaDeauthIndication(RtNetlinkMessage const& message);
   ~StaDeauthIndication() override;
+  StaDeauthIndication(StaDeauthIndication const&) = delete;
+  StaDeauthIndication& operator=(StaDeauthIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t reason() const noexcept { return reason_; }
   std::string toString() const override;
@@ -123,6 +138,8 @@ class NY80211_API StaDisassocIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 20;
   explicit StaDisassocIndication(RtNetlinkMessage const& message);
   ~StaDisassocIndication() override;
+  StaDisassocIndication(StaDisassocIndication const&) = delete;
+  StaDisassocIndication& operator=(StaDisassocIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t reason() const noexcept { return reason_; }
   std::string toString() const override;
@@ -137,6 +154,8 @@ class NY80211_API StaAssocIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 21;
   explicit StaAssocIndication(RtNetlinkMessage const& message);
   ~StaAssocIndication() override;
+  StaAssocIndication(StaAssocIndication const&) = delete;
+  StaAssocIndication& operator=(StaAssocIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::string toString() const override;
 
@@ -149,6 +168,8 @@ class NY80211_API StaReassocIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 22;
   explicit StaReassocIndication(RtNetlinkMessage const& message);
   ~StaReassocIndication() override;
+  StaReassocIndication(StaReassocIndication const&) = delete;
+  StaReassocIndication& operator=(StaReassocIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::string toString() const override;
 
@@ -161,6 +182,8 @@ class NY80211_API KeySetDoneIndication final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 24;
   explicit KeySetDoneIndication(RtNetlinkMessage const& message);
   ~KeySetDoneIndication() override;
+  KeySetDoneIndication(KeySetDoneIndication const&) = delete;
+  KeySetDoneIndication& operator=(KeySetDoneIndication const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::string toString() const override;
 
@@ -173,6 +196,8 @@ class NY80211_API StaAuthorized final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 30;
   explicit StaAuthorized(RtNetlinkMessage const& message);
   ~StaAuthorized() override;
+  StaAuthorized(StaAuthorized const&) = delete;
+  StaAuthorized& operator=(StaAuthorized const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint8_t channel() const noexcept { return channel_; }
   std::uint16_t aid() const noexcept { return aid_; }
@@ -199,6 +224,8 @@ class NY80211_API StaLeave final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 31;
   explicit StaLeave(RtNetlinkMessage const& message);
   ~StaLeave() override;
+  StaLeave(StaLeave const&) = delete;
+  StaLeave& operator=(StaLeave const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint8_t channel() const noexcept { return channel_; }
   std::uint16_t aid() const noexcept { return aid_; }
@@ -217,6 +244,8 @@ class NY80211_API CacExpired final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 35;
   explicit CacExpired(RtNetlinkMessage const& message);
   ~CacExpired() override;
+  CacExpired(CacExpired const&) = delete;
+  CacExpired& operator=(CacExpired const&) = delete;
   // The interface whose CAC expired (at most 15 characters). Not name(),
   // which Poco::Notification declares.
   std::string const& cacIfName() const noexcept { return cacIfName_; }
@@ -231,6 +260,8 @@ class NY80211_API StaDisassocConfirm final : public AthWextEvent {
   static constexpr std::uint16_t athEvent = 41;
   explicit StaDisassocConfirm(RtNetlinkMessage const& message);
   ~StaDisassocConfirm() override;
+  StaDisassocConfirm(StaDisassocConfirm const&) = delete;
+  StaDisassocConfirm& operator=(StaDisassocConfirm const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   std::uint32_t status() const noexcept { return status_; }
   std::uint32_t reason() const noexcept { return reason_; }
@@ -248,6 +279,8 @@ class NY80211_API NeighborRequest final : public AthWextEvent {
   using Block = std::array<std::byte, 64>;
   explicit NeighborRequest(RtNetlinkMessage const& message);
   ~NeighborRequest() override;
+  NeighborRequest(NeighborRequest const&) = delete;
+  NeighborRequest& operator=(NeighborRequest const&) = delete;
   MacAddress const& sta() const noexcept { return sta_; }
   // Kept as the driver sent it, not interpreted.
   Block const& block() const noexcept { return block_; }
@@ -262,6 +295,8 @@ class NY80211_API NeighborRequest final : public AthWextEvent {
 class NY80211_API DfsEventBase : public AthWextEvent {
  public:
   ~DfsEventBase() override;
+  DfsEventBase(DfsEventBase const&) = delete;
+  DfsEventBase& operator=(DfsEventBase const&) = delete;
   quenta_common::MHz frequency() const noexcept { return frequency_; }
 
  protected:
@@ -286,6 +321,8 @@ class NY80211_API CacReset final : public DfsEvent<1, CacReset> {
   static constexpr std::string_view phrase = "CAC started, or CAC completed status reset,";
   using DfsEvent::DfsEvent;
   ~CacReset() override;
+  CacReset(CacReset const&) = delete;
+  CacReset& operator=(CacReset const&) = delete;
 };
 
 class NY80211_API RadarDetected final : public DfsEvent<44, RadarDetected> {
@@ -293,6 +330,8 @@ class NY80211_API RadarDetected final : public DfsEvent<44, RadarDetected> {
   static constexpr std::string_view phrase = detail::radarDetectedText;
   using DfsEvent::DfsEvent;
   ~RadarDetected() override;
+  RadarDetected(RadarDetected const&) = delete;
+  RadarDetected& operator=(RadarDetected const&) = delete;
 };
 
 class NY80211_API CacStarted final : public DfsEvent<45, CacStarted> {
@@ -300,6 +339,8 @@ class NY80211_API CacStarted final : public DfsEvent<45, CacStarted> {
   static constexpr std::string_view phrase = "CAC timer started";
   using DfsEvent::DfsEvent;
   ~CacStarted() override;
+  CacStarted(CacStarted const&) = delete;
+  CacStarted& operator=(CacStarted const&) = delete;
 };
 
 class NY80211_API CacCompleted final : public DfsEvent<46, CacCompleted> {
@@ -307,6 +348,8 @@ class NY80211_API CacCompleted final : public DfsEvent<46, CacCompleted> {
   static constexpr std::string_view phrase = "CAC timer completed";
   using DfsEvent::DfsEvent;
   ~CacCompleted() override;
+  CacCompleted(CacCompleted const&) = delete;
+  CacCompleted& operator=(CacCompleted const&) = delete;
 };
 
 class NY80211_API NolStarted final : public DfsEvent<47, NolStarted> {
@@ -314,6 +357,8 @@ class NY80211_API NolStarted final : public DfsEvent<47, NolStarted> {
   static constexpr std::string_view phrase = "NOL started";
   using DfsEvent::DfsEvent;
   ~NolStarted() override;
+  NolStarted(NolStarted const&) = delete;
+  NolStarted& operator=(NolStarted const&) = delete;
 };
 
 class NY80211_API NolFinished final : public DfsEvent<48, NolFinished> {
@@ -321,6 +366,8 @@ class NY80211_API NolFinished final : public DfsEvent<48, NolFinished> {
   static constexpr std::string_view phrase = "NOL finished";
   using DfsEvent::DfsEvent;
   ~NolFinished() override;
+  NolFinished(NolFinished const&) = delete;
+  NolFinished& operator=(NolFinished const&) = delete;
 };
 
 class NY80211_API PreCacStarted final : public DfsEvent<51, PreCacStarted> {
@@ -328,6 +375,8 @@ class NY80211_API PreCacStarted final : public DfsEvent<51, PreCacStarted> {
   static constexpr std::string_view phrase = "PreCAC started";
   using DfsEvent::DfsEvent;
   ~PreCacStarted() override;
+  PreCacStarted(PreCacStarted const&) = delete;
+  PreCacStarted& operator=(PreCacStarted const&) = delete;
 };
 
 class NY80211_API PreCacCompleted final : public DfsEvent<52, PreCacCompleted> {
@@ -335,6 +384,8 @@ class NY80211_API PreCacCompleted final : public DfsEvent<52, PreCacCompleted> {
   static constexpr std::string_view phrase = "PreCAC completed";
   using DfsEvent::DfsEvent;
   ~PreCacCompleted() override;
+  PreCacCompleted(PreCacCompleted const&) = delete;
+  PreCacCompleted& operator=(PreCacCompleted const&) = delete;
 };
 
 }  // namespace Event

@@ -81,8 +81,8 @@ void visitAs(Element::Header const& header, Bytes const& bytes, ElementVisitor& 
 
 struct Kind {
   ElementID id;
-  std::unique_ptr<Element> (*make)(Element::Header const&, Bytes const&);
-  void (*visit)(Element::Header const&, Bytes const&, ElementVisitor&);
+  std::unique_ptr<Element> (*make)(Element::Header const&, Bytes const&) = nullptr;
+  void (*visit)(Element::Header const&, Bytes const&, ElementVisitor&) = nullptr;
 };
 
 template <class T>

@@ -34,7 +34,7 @@ class AthPayload {
   template <class T, std::size_t Offset>
   T at() const noexcept {
     static_assert(std::is_trivially_copyable_v<T> && Offset + sizeof(T) <= N);
-    T value;
+    T value{};
     std::memcpy(&value, bytes_.data() + Offset, sizeof value);
     return value;
   }

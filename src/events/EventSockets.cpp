@@ -34,7 +34,7 @@ void takeOverrunWithoutData(nl_sock* socket) {
   socklen_t size = sizeof error;
   if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error == 0) return;
   trace::cmdErr("event receive failed ({})", -nl_syserr2nlerr(error));
-  char none;
+  char none = 0;
   recv(fd, &none, 0, MSG_PEEK | MSG_DONTWAIT);
 }
 
@@ -109,6 +109,7 @@ int Nl80211EventSocket::unsubscribeEventGroup(int group) {
 }
 
 void Nl80211EventSocket::connect(TEVPoll::EpollFD& epoll, NyEvent::Publisher publisher,
+                                 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported
                                  std::vector<std::string> groups) {
   // Built aside, so that a failure leaves this socket as it was.
   if (isConnected()) throw Error("already connected");

@@ -11,8 +11,8 @@ namespace {
 // The 24-byte payload of the station events. Which code means what is each
 // event's own choice.
 struct Station {
-  std::uint32_t first;
-  std::uint32_t second;
+  std::uint32_t first = 0;
+  std::uint32_t second = 0;
   MacAddress sta;
 };
 

@@ -16,11 +16,11 @@ namespace Ny80211::detail {
 
 namespace {
 
-using Factory = Event::AthWextEvent* (*)(RtNetlinkMessage const&);
+using Factory = Poco::AutoPtr<Event::AthWextEvent> (*)(RtNetlinkMessage const&);
 
 template <class T>
-Event::AthWextEvent* make(RtNetlinkMessage const& message) {
-  return new T(message);
+Poco::AutoPtr<Event::AthWextEvent> make(RtNetlinkMessage const& message) {
+  return Poco::AutoPtr<Event::AthWextEvent>(new T(message));
 }
 
 // Indexed by ath event number; numbers without a class stay empty.

@@ -21,7 +21,7 @@ struct CustomHeader {
 };
 
 CustomHeader customHeader(RtNetlinkMessage const& message) {
-  CustomHeader header;
+  CustomHeader header{};
   std::memcpy(&header, message.getWextEventData(), sizeof header);
   return header;
 }

@@ -25,7 +25,7 @@ void QuentaVendorSpecificCollector::visit(Elem::VendorSpecific const& element) {
   switch (static_cast<std::uint8_t>(bytes[kind])) {
     case 4:  // identifier: 16 bytes
       if (bytes.size() > 23) {
-        std::array<std::byte, 16> id;
+        std::array<std::byte, 16> id{};
         std::copy_n(bytes.data() + data, id.size(), id.begin());
         vendorId = id;
       }

@@ -68,7 +68,8 @@ nlattr* AttrStream::tryFind(int type) const noexcept {
   if (type < 0) return nullptr;
   if (type < directTypes) {
     if (first_[type] != 0) {
-      return reinterpret_cast<nlattr*>(reinterpret_cast<char*>(head_) + (first_[type] - 1) * 4);
+      return reinterpret_cast<nlattr*>(reinterpret_cast<char*>(head_) +
+                                       std::ptrdiff_t{first_[type] - 1} * 4);
     }
     if (!far_) return nullptr;
   } else if (type < seenTypes &&
@@ -98,6 +99,7 @@ void AttrStream::forEachAttr(std::function<void(nlattr*)> const& f) {
   });
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the exported signature
 void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
   if (has(type)) throw Error("attribute already exists");
   if (message_ == nullptr) throw Error(fmt::format("attribute (type {}) added to a stream without message", type));
@@ -219,8 +221,8 @@ NestedAttr::NestedAttr(NestedAttr&& other) noexcept
 NestedAttr& NestedAttr::operator=(NestedAttr&& other) noexcept {
   if (this != &other) {
     if (ownMessage_ != nullptr) nlmsg_free(ownMessage_);
-    AttrStream::operator=(std::move(other));
     ownMessage_ = std::exchange(other.ownMessage_, nullptr);
+    AttrStream::operator=(std::move(other));
   }
   return *this;
 }

@@ -162,9 +162,11 @@ void CommandSocket::sendMessage(GenlMessage& message,
         }
       },
       false);
-  std::uint32_t const sequence = nlmsg_hdr(message.toNlMsg())->nlmsg_seq;
-  if (nl_cb_set(callbacks.callbacks(), NL_CB_SEQ_CHECK, NL_CB_CUSTOM, checkSequence,
-                const_cast<std::uint32_t*>(&sequence)) != 0) {
+  // Not const: libnl hands it to checkSequence as a void*.
+  std::uint32_t sequence = nlmsg_hdr(message.toNlMsg())->nlmsg_seq;
+  int const set =
+      nl_cb_set(callbacks.callbacks(), NL_CB_SEQ_CHECK, NL_CB_CUSTOM, checkSequence, &sequence);
+  if (set != 0) {
     throw Error("message callback setup failed");
   }
 

@@ -11,6 +11,7 @@ namespace Ny80211 {
 Context::Context()
     : wakeUp_(epoll_, [this](void*, std::uint32_t) { running_.store(false); }, nullptr) {}
 
+// NOLINTNEXTLINE(bugprone-exception-escape): on purpose, as said below
 Context::~Context() {
   // An exception here ends the process: a loop that can't be stopped would
   // outlive the objects it uses.

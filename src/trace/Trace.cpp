@@ -9,6 +9,7 @@
 namespace Ny80211::trace {
 
 namespace {
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): setSink's, for every thread
 std::atomic<Sink*> currentSink{nullptr};
 }
 

@@ -51,8 +51,8 @@ EpollFD::~EpollFD() {
 int EpollFD::GetFD() const noexcept { return state_->fd; }
 
 void EpollFD::Wait() {
-  std::array<epoll_event, 16> ready;
-  int count;
+  std::array<epoll_event, 16> ready{};
+  int count = 0;
   do {
     count = ::epoll_wait(state_->fd, ready.data(), static_cast<int>(ready.size()), -1);
   } while (count < 0 && errno == EINTR);
@@ -72,7 +72,7 @@ EpollAssociation::EpollAssociation(EpollFD& epoll, int fd, Callback callback, vo
       registration_(std::make_shared<detail::Registration>(
           detail::Registration{fd, std::move(callback), user})) {
   std::lock_guard lock(state_->mutex);
-  id_ = state_->nextId++;
+  id_ = state_->nextId++;  // NOLINT(cppcoreguidelines-prefer-member-initializer): under the lock
   epoll_event event{};
   event.data.u64 = id_;
   if (::epoll_ctl(state_->fd, EPOLL_CTL_ADD, fd, &event) < 0) detail::throwErrno("epoll_ctl add");

@@ -17,7 +17,7 @@ EventFD::EventFD(EpollFD& epoll, Callback callback, void* user)
     association_ = std::make_unique<EpollAssociation>(
         epoll, fd_,
         [fd = fd_, callback = std::move(callback)](void* userPtr, std::uint32_t events) {
-          std::uint64_t count;
+          std::uint64_t count = 0;
           // Drains every trigger so far; level-triggered epoll would spin otherwise.
           while (::read(fd, &count, sizeof count) < 0 && errno == EINTR) {
           }

@@ -8,15 +8,19 @@
 
 #include "Bench.h"
 
+// glibc's names for its own allocator are reserved ones.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __libc_malloc(std::size_t size) noexcept;
 void* __libc_calloc(std::size_t count, std::size_t size) noexcept;
 void* __libc_realloc(void* pointer, std::size_t size) noexcept;
 void* __libc_memalign(std::size_t alignment, std::size_t size) noexcept;
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): as global as malloc
 std::atomic<std::uint64_t> count{0};
 
 void counted() noexcept { count.fetch_add(1, std::memory_order_relaxed); }

@@ -37,9 +37,10 @@ class Dump : public bench::Work {
     next_ = (next_ + 1) % dump_.size();
     return entry;
   }
-  std::vector<Entry> const dump_ = bench::scan::scanDump(loopback);
+  std::vector<Entry> const& dump() const { return dump_; }
 
  private:
+  std::vector<Entry> const dump_ = bench::scan::scanDump(loopback);
   std::size_t next_ = 0;
 };
 
@@ -47,7 +48,7 @@ class Library final : public Dump {
  public:
   Library() {
     Ny80211::testing::TraceCapture const lines;
-    for (auto const& entry : dump_) {
+    for (auto const& entry : dump()) {
       Ny80211::GenlMessage const message(entry.message->msg);
       Ny80211::Cmd::ScanInfo const info(message.attributes());
       auto const& ap = entry.ap;
@@ -122,8 +123,8 @@ Walked walk(nl_msg* msg) {
   Walked out;
   auto* const genl = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(msg)));
   nlattr* bss = nullptr;
-  nlattr* attr;
-  int rest;
+  nlattr* attr = nullptr;
+  int rest = 0;
   nla_for_each_attr(attr, genlmsg_attrdata(genl, 0), genlmsg_attrlen(genl, 0), rest) {
     if (nla_type(attr) == NL80211_ATTR_IFINDEX) read(attr, out.ifindex);
     if (nla_type(attr) == NL80211_ATTR_BSS) bss = attr;
@@ -159,7 +160,7 @@ Walked walk(nl_msg* msg) {
 class Baseline final : public Dump {
  public:
   Baseline() {
-    for (auto const& entry : dump_) {
+    for (auto const& entry : dump()) {
       auto const walked = walk(entry.message->msg);
       std::string_view const ssid = entry.ap.ssid;
       check(walked.ssid != nullptr && std::string_view(reinterpret_cast<char const*>(walked.ssid),

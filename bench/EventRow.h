@@ -49,7 +49,8 @@ class DecoderWork final : public Work {
     Ny80211::testing::TraceCapture const lines;
     decoder_(message_.msg);
     Poco::AutoPtr<Poco::Notification> const event(queue_.dequeueNotification());
-    check(!event.isNull() && typeid(*event) == expected && queue_.size() == 0,
+    Poco::Notification const* const published = event.get();
+    check(published != nullptr && typeid(*published) == expected && queue_.size() == 0,
           row + ": the decoder published no event of the expected type");
     auto const logged = lines.lines();
     check(logged.size() == 1 && logged[0].level == Ny80211::trace::Level::Info,

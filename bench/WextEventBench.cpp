@@ -70,7 +70,8 @@ std::uint16_t athEventOf(nl_msg* msg) {
   // at 8 and flags, the ath event number, at 10.
   if (name == nullptr || wireless == nullptr || RTA_PAYLOAD(wireless) < 16) return 0;
   auto const* event = static_cast<std::uint8_t const*>(RTA_DATA(wireless));
-  std::uint16_t command, number;
+  std::uint16_t command = 0;
+  std::uint16_t number = 0;
   std::memcpy(&command, event + 2, sizeof command);
   std::memcpy(&number, event + 10, sizeof number);
   return command == Event::AthWextEvent::customEventID ? number : 0;

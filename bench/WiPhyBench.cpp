@@ -191,7 +191,7 @@ struct Parsed {
   };
   struct Band {
     std::array<Channel, 64> channels;
-    std::array<std::uint64_t, 32> rates;  // kbps
+    std::array<std::uint64_t, 32> rates{};  // kbps
     std::size_t channelCount = 0, rateCount = 0;
   };
   std::uint32_t wiphy = 0, generation = 0;
@@ -209,8 +209,8 @@ std::uint32_t u32(nlattr const* attr) {
 void parseBand(nlattr* band, Parsed::Band& out) {
   nlattr* tb[NL80211_BAND_ATTR_MAX + 1];
   nla_parse_nested(tb, NL80211_BAND_ATTR_MAX, band, nullptr);
-  nlattr* entry;
-  int rest;
+  nlattr* entry = nullptr;
+  int rest = 0;
   out.channelCount = out.rateCount = 0;
   if (tb[NL80211_BAND_ATTR_FREQS] != nullptr) {
     nla_for_each_nested(entry, tb[NL80211_BAND_ATTR_FREQS], rest) {
@@ -246,8 +246,8 @@ void parse(nl_msg* msg, Parsed& out) {
   out.antennaAvailTx = u32(tb[NL80211_ATTR_WIPHY_ANTENNA_AVAIL_TX]);
   out.bandCount = 0;
   if (tb[NL80211_ATTR_WIPHY_BANDS] == nullptr) return;
-  nlattr* band;
-  int rest;
+  nlattr* band = nullptr;
+  int rest = 0;
   nla_for_each_nested(band, tb[NL80211_ATTR_WIPHY_BANDS], rest) {
     if (out.bandCount == out.bands.size()) break;
     parseBand(band, out.bands[out.bandCount++]);

@@ -97,6 +97,7 @@ class Message {
 // do.
 inline Message appended(Message message, Bytes const& bytes) {
   if (!bytes.empty() &&
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nlmsg_append only reads them
       nlmsg_append(message.get(), const_cast<std::uint8_t*>(bytes.data()), bytes.size(), 0) != 0) {
     fail("appended bytes do not fit");
   }
@@ -134,7 +135,7 @@ inline Message linkMessage(Bytes const& attrs) {
 // more than bytes hold (0 otherwise).
 inline std::size_t rawMessageLength(Bytes const& bytes, std::size_t minimum = NLMSG_HDRLEN) {
   if (bytes.size() < NLMSG_HDRLEN) return 0;
-  nlmsghdr header;
+  nlmsghdr header{};
   std::memcpy(&header, bytes.data(), sizeof header);
   if (header.nlmsg_len < minimum || header.nlmsg_len > bytes.size()) return 0;
   return header.nlmsg_len;

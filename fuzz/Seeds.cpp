@@ -30,6 +30,7 @@ using testing::bytesOf;
 using testing::TestMessage;
 using testing::WextMessage;
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): set by main, once
 std::filesystem::path root;
 
 Bytes operator+(Bytes a, Bytes const& b) {
@@ -406,6 +407,7 @@ void error(std::string const& name, std::int32_t code, Bytes const& quoted, bool
   err->msg.nlmsg_type = 0x1c;
   err->msg.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
   if (!capped && !quoted.empty()) {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nlmsg_append only reads it
     nlmsg_append(msg, const_cast<std::uint8_t*>(quoted.data()), quoted.size(), 0);
   }
   Bytes attrs;

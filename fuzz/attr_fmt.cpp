@@ -56,11 +56,11 @@ void formatMessage(AttrScope scope, fuzz::Message const& message) {
 
 void formatAttribute(AttrScope scope, fuzz::Bytes const& bytes) {
   if (bytes.size() < NLA_HDRLEN) return;
-  nlattr header;
+  nlattr header{};
   std::memcpy(&header, bytes.data(), sizeof header);
   if (header.nla_len > bytes.size()) return;
   fuzz::Bytes const attr(bytes.begin(),
-                         bytes.begin() + std::max<std::size_t>(header.nla_len, NLA_HDRLEN));
+                         bytes.begin() + std::max<std::ptrdiff_t>(header.nla_len, NLA_HDRLEN));
   AttrFmt::Format({scope, reinterpret_cast<nlattr const*>(attr.data())});
 }
 

@@ -83,8 +83,8 @@ void framed(fuzz::Input& input) {
 void raw(fuzz::Input& input) {
   auto bytes = fuzz::rawMessageBytes(input.rest(), errorSize);
   if (bytes.empty()) return;
-  nlmsghdr header;
-  nlmsgerr err;
+  nlmsghdr header{};
+  nlmsgerr err{};
   std::memcpy(&header, bytes.data(), sizeof header);
   std::memcpy(&err, bytes.data() + NLMSG_HDRLEN, sizeof err);
   if (header.nlmsg_type != NLMSG_ERROR || err.error == 0) return;

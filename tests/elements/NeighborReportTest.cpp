@@ -26,6 +26,7 @@ std::unique_ptr<NeighborReport> report(std::vector<int> const& area, int phy = 1
                      0x8F, 0x38, 0x00, 0x00, 115, 36, phy};
   v.insert(v.end(), area.begin(), area.end());
   std::vector<std::byte> in;
+  in.reserve(v.size());
   for (int b : v) in.push_back(static_cast<std::byte>(b));
   return std::unique_ptr<NeighborReport>(
       dynamic_cast<NeighborReport*>(Element::make(in).release()));

@@ -142,7 +142,7 @@ TEST_F(EventSocketTest, OverflowedReceiveIsLoggedAndTheSocketGoesOn) {
   while (trace.lines().empty() || trace.lines().back().level != L::Err) epoll.Wait();
   EXPECT_EQ(trace.lines().back(), (TraceLine{P::Cmd, L::Err, "event receive failed (-5)"}));
 
-  std::size_t const before = queue.size();
+  int const before = queue.size();
   multicastCacStarted(peer, 5180);
   waitForEvents(epoll, queue, before + 1);
 }

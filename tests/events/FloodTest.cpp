@@ -62,7 +62,7 @@ Listener listener() {
     std::istringstream fields(line);
     std::string sk;
     int protocol = -1;
-    std::uint64_t port = 0, groups = 0, wmem, dump, locks;
+    std::uint64_t port = 0, groups = 0, wmem = 0, dump = 0, locks = 0;
     Listener l;
     fields >> sk >> protocol >> port >> std::hex >> groups >> std::dec >> l.queuedBytes >> wmem >>
         dump >> locks >> l.dropped;
@@ -86,6 +86,8 @@ class Lines : public trace::Sink {
  public:
   Lines() : previous_(trace::setSink(this)) {}
   ~Lines() override { trace::setSink(previous_); }
+  Lines(Lines const&) = delete;
+  Lines& operator=(Lines const&) = delete;
   void line(trace::Provider, trace::Level level, std::string_view text) noexcept override {
     if (level == trace::Level::Info) {
       ++info;
@@ -117,9 +119,12 @@ class Consumer {
  public:
   explicit Consumer(Poco::NotificationQueue& queue) : queue_(queue), thread_([this] { run(); }) {}
   ~Consumer() {
+    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): out of memory ends the test anyway
     queue_.enqueueNotification(new Poco::Notification);  // not an event: the end
     thread_.join();
   }
+  Consumer(Consumer const&) = delete;
+  Consumer& operator=(Consumer const&) = delete;
   std::atomic<std::uint64_t> received{0}, markers{0};
 
  private:
@@ -149,6 +154,8 @@ class Flood {
     context.startEventLoop();
   }
   ~Flood() { lines.release(); }
+  Flood(Flood const&) = delete;
+  Flood& operator=(Flood const&) = delete;
 
   // n events at rate per second (0: as fast as the sender can), with at most
   // window of them neither consumed nor dropped (0: no limit).
@@ -156,7 +163,7 @@ class Flood {
     auto const start = Clock::now();
     std::uint64_t dropped = window > 0 ? listener().dropped : 0;
     for (std::uint64_t i = 0; i < n; ++i) {
-      if (rate > 0) std::this_thread::sleep_until(start + std::chrono::duration<double>(i / rate));
+      if (rate > 0) std::this_thread::sleep_until(start + std::chrono::duration<double>(static_cast<double>(i) / rate));
       for (int spin = 1; window > 0 && sent_ - consumer_.received - dropped >= window; ++spin) {
         std::this_thread::sleep_for(20us);
         if (spin % 1024 == 0) dropped = listener().dropped;
@@ -334,7 +341,7 @@ TEST_F(FloodTest, SoakKeepsTheProcessItsSize) {
   if (sanitized) return;
   // Two of the allocator's 128 KiB trim steps: a leak of one small block
   // per event would grow it by megabytes.
-  constexpr std::uint64_t margin = 256 * 1024;
+  constexpr std::uint64_t margin = std::uint64_t{256} * 1024;
   EXPECT_LE(late, early + margin);
   EXPECT_LE(early, late + margin);
 }
@@ -356,7 +363,7 @@ TEST_F(FloodTest, RateSweep) {
     flood.send(events, std::stod(rate));
     double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
     auto const o = flood.settle();
-    std::cout << fmt::format("{:<9} {:<8.0f} {:<9} {:<9} {:<9} {}\n", rate, events / seconds,
+    std::cout << fmt::format("{:<9} {:<8.0f} {:<9} {:<9} {:<9} {}\n", rate, static_cast<double>(events) / seconds,
                              o.sent, o.received, o.dropped, o.overruns);
     expectEveryLossAnnounced(o);
   }

@@ -180,7 +180,8 @@ TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
     event(m, c.command, c.fill);
     auto const published = feed(m);
     ASSERT_FALSE(published.isNull());
-    EXPECT_EQ(typeid(*published), c.type);
+    auto const& notification = *published;
+    EXPECT_EQ(typeid(notification), c.type);
     EXPECT_EQ(published.cast<Event::Nl80211Event>()->toString(), c.text);
     EXPECT_EQ(lines.lines(), (std::vector<TraceLine>{{Provider::Event, Level::Info, c.text}}));
     // The same attributes in the reverse order give the same event.
@@ -270,6 +271,8 @@ TEST_F(Nl80211Decoder, LogsEachEventBeforeItIsQueued) {
   struct QueueWatch : trace::Sink {
     explicit QueueWatch(Poco::NotificationQueue& q) : queue(q), previous(trace::setSink(this)) {}
     ~QueueWatch() override { trace::setSink(previous); }
+    QueueWatch(QueueWatch const&) = delete;
+    QueueWatch& operator=(QueueWatch const&) = delete;
     void line(Provider, Level, std::string_view text) noexcept override {
       seen.emplace_back(std::string(text), queue.size());
     }

@@ -22,7 +22,7 @@ using Ny80211::testing::WextMessage;
 using ::testing::ThrowsMessage;
 
 std::uint16_t word(std::uint16_t const* words, std::size_t index) {
-  std::uint16_t value;
+  std::uint16_t value = 0;
   std::memcpy(&value, words + index, sizeof value);
   return value;
 }

@@ -291,7 +291,7 @@ TEST(WextDecoder, PayloadSizesMustMatchTheEvent) {
 
 TEST(WextDecoder, OtherLinkMessagesAndUnknownEventsAreIgnoredSilently) {
   struct Case {
-    char const* what;
+    char const* what = nullptr;
     WextFields fields;
   };
   auto const radar = frequency(5260);

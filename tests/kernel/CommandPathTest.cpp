@@ -208,6 +208,7 @@ TEST_F(KernelCommands, ConcurrentDumpsEachGetTheirOwnReplies) {
   constexpr int threads = 4, rounds = 10;
   std::atomic<int> complete{0};
   std::vector<std::thread> senders;
+  senders.reserve(threads);
   for (int t = 0; t < threads; ++t) {
     senders.emplace_back([&] {
       for (int round = 0; round < rounds; ++round) {

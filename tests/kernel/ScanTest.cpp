@@ -200,6 +200,7 @@ class KernelScan : public ::testing::Test {
     return results;
   }
 
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): SetUpTestSuite's
   static inline std::vector<std::unique_ptr<Hostapd>> running;
   CommandSocket socket;
 };

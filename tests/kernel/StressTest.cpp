@@ -160,6 +160,7 @@ TEST(KernelStress, ConcurrentCommandsWhileEventsFlow) {
 
     auto const end = Clock::now() + seconds;
     std::vector<std::thread> threads;
+    threads.reserve(askers.size());
     for (auto& asker : askers) {
       threads.emplace_back([&] {
         try {

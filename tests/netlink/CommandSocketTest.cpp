@@ -29,9 +29,9 @@ constexpr int family = 28;
 // The u32 attribute of a request or reply; 0 when absent.
 std::uint32_t u32Of(Bytes const& bytes, int type) {
   auto const* header = reinterpret_cast<nlmsghdr const*>(bytes.data());
-  auto* head = reinterpret_cast<nlattr*>(const_cast<unsigned char*>(bytes.data()) + NLMSG_HDRLEN +
-                                         GENL_HDRLEN);
-  auto* attr = nla_find(head, static_cast<int>(header->nlmsg_len) - NLMSG_HDRLEN - GENL_HDRLEN, type);
+  auto const* head = reinterpret_cast<nlattr const*>(bytes.data() + NLMSG_HDRLEN + GENL_HDRLEN);
+  auto const length = static_cast<int>(header->nlmsg_len - NLMSG_HDRLEN - GENL_HDRLEN);
+  auto* attr = nla_find(head, length, type);
   return attr ? nla_get_u32(attr) : 0;
 }
 
@@ -372,7 +372,7 @@ TEST_F(CommandSocketTest, CallbackExceptionIsRethrownAfterTheExchangeIsDrained) 
 
 TEST(CommandSocketSend, FailureNamesTheCommand) {
   CommandSocket socket;
-  std::uint32_t vanished;
+  std::uint32_t vanished = 0;
   {
     NetlinkPeer gone;
     vanished = gone.port();

@@ -41,7 +41,7 @@ using Bytes = std::vector<unsigned char>;
 // A request as the peer received it.
 struct Request {
   Bytes bytes;
-  std::uint32_t port;  // the sender's netlink port
+  std::uint32_t port = 0;  // the sender's netlink port
   nlmsghdr const& header() const { return *reinterpret_cast<nlmsghdr const*>(bytes.data()); }
   std::uint32_t seq() const { return header().nlmsg_seq; }
 };
@@ -90,6 +90,7 @@ inline Bytes error(Request const& request, int errorNumber,
   nlmsg_append(msg, &err, sizeof err, NLMSG_ALIGNTO);
   if (!capped) {
     auto const& quoted = request.bytes;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nlmsg_append only reads it
     nlmsg_append(msg, const_cast<unsigned char*>(quoted.data()) + NLMSG_HDRLEN,
                  quoted.size() - NLMSG_HDRLEN, NLMSG_ALIGNTO);
   }
@@ -102,8 +103,7 @@ class NetlinkPeer {
  public:
   using Answer = std::function<std::vector<Bytes>(Request const&)>;
 
-  NetlinkPeer() {
-    fd_ = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
+  NetlinkPeer() : fd_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK)) {
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
@@ -124,6 +124,8 @@ class NetlinkPeer {
     ::close(stop_[0]);
     ::close(fd_);
   }
+  NetlinkPeer(NetlinkPeer const&) = delete;
+  NetlinkPeer& operator=(NetlinkPeer const&) = delete;
 
   std::uint32_t port() const { return port_; }
 

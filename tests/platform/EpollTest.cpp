@@ -22,10 +22,13 @@ struct Pipe {
     ::close(fds[0]);
     ::close(fds[1]);
   }
+  Pipe(Pipe const&) = delete;
+  Pipe& operator=(Pipe const&) = delete;
   int readEnd() const { return fds[0]; }
   void put() const { ASSERT_EQ(::write(fds[1], "x", 1), 1); }
 };
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the signal handler's
 std::atomic<int> signalsSeen{0};
 void countSignal(int) { ++signalsSeen; }
 

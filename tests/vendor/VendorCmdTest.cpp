@@ -22,7 +22,7 @@ using Vap = WifiParamVendorData<VapVendorParamTable>;
 
 struct Row {
   std::string name;
-  std::uint32_t paramId, subCmd, valueCount;
+  std::uint32_t paramId = 0, subCmd = 0, valueCount = 0;
   bool operator==(Row const&) const = default;
   friend std::ostream& operator<<(std::ostream& out, Row const& r) {
     return out << '"' << r.name << "\" " << r.paramId << '/' << r.subCmd << '#' << r.valueCount;
@@ -65,6 +65,7 @@ struct Table {
   std::vector<std::string> oddRows;
 };
 
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): binds the table, reads nothing of it
 Table const tables[] = {
     {"radio_vendor_cmds.list", g_radio_vendor_param_table, radio_vendor_cmds, 505,
      {{{74, 1}, 270}, {{75, 0}, 234}, {{75, 1}, 1}},

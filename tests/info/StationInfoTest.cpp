@@ -183,7 +183,10 @@ TEST(StationInfo, AFailedReadLeavesTheRecordAndAGoodOneReplacesEveryField) {
       {fullWith(NL80211_STA_INFO_CHAIN_SIGNAL, "04000000"), tooSmall(0, 0, 1)},  // an empty chain
       {fullWith(NL80211_STA_INFO_TX_BITRATE, "0500010036000000"), tooSmall(NL80211_RATE_INFO_BITRATE, 1, 2)},
   };
-  for (auto const& [attrs, read] : rows) {
+  for (auto const& row : rows) {
+    // Not a structured binding, which clang 14 cannot capture.
+    auto const& attrs = row.first;
+    auto const& read = row.second;
     SCOPED_TRACE(read);
     TestMessage m;
     EXPECT_EQ(outcome([&] { return info.readFrom(m.put(attrs).stream()), info.toString(); }), read);

@@ -43,7 +43,11 @@ TEST(SurveyInfo, PrintsWhatIsSentAndTheBusyRatio) {
       "(25.0%) / extension busy 10 ms / RX 200 ms / TX 30 ms / scan 5 ms / BSS RX 150 ms";
   // The attribute changed, its payload (nullptr: left out); a part of the
   // full text and what it becomes; the busy ratio.
-  struct Row { int type; char const *payload, *part, *becomes; std::optional<double> ratio; } const rows[] = {
+  struct Row {
+    int type = 0;
+    char const *payload = nullptr, *part = nullptr, *becomes = nullptr;
+    std::optional<double> ratio;
+  } const rows[] = {
       {-1, nullptr, "", "", 0.25},
       {NL80211_SURVEY_INFO_IN_USE, nullptr, " [in use]", "", 0.25},
       {NL80211_SURVEY_INFO_NOISE, nullptr, " / noise -95 dBm", "", 0.25},

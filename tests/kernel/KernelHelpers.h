@@ -31,7 +31,7 @@ inline std::string run(std::string const& command) {
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
   if (!pipe) throw std::runtime_error("cannot run " + command);
   std::string out;
-  std::array<char, 4096> buffer;
+  std::array<char, 4096> buffer{};
   while (auto n = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) out.append(buffer.data(), n);
   if (::pclose(pipe.release()) != 0) throw std::runtime_error(command + " failed:\n" + out);
   return out;
@@ -66,7 +66,7 @@ inline bool scan(std::string const& interface, std::string const& options,
   }
   nl_socket_disable_seq_check(socket.get());
   struct Scan {
-    unsigned ifindex;
+    unsigned ifindex = 0;
     bool started = false;
     std::optional<bool> finished;
   } state{::if_nametoindex(interface.c_str()), false, std::nullopt};

@@ -368,8 +368,11 @@ class KernelStations : public ::testing::Test {
 #endif
   }
 
+  // The suite's, set up once (SetUpTestSuite).
+  // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
   static inline std::unique_ptr<Hostapd> ap;
   static inline std::unique_ptr<WpaSupplicant> station;
+  // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
   NetIfcID const wlan0{std::string("wlan0")};
   CommandSocket socket;
 };

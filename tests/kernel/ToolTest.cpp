@@ -59,8 +59,12 @@ std::vector<std::string> linesOf(std::string const& text) {
 class Process {
  public:
   explicit Process(std::vector<std::string> const& args) {
-    std::vector<char*> argv{const_cast<char*>(tool.c_str())};
-    for (auto const& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    // Copies, which posix_spawn's char* arguments may point into.
+    std::vector<std::string> words{tool};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
+    for (auto& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);

@@ -4,16 +4,16 @@
 # fuzz targets), one per core, and prints each finding once; headers are
 # checked through the files that include them. Exits 1 on any finding.
 #
-#   tools/tidy.sh [BUILD_DIR] [FILE...]     (default build-tidy/, every file)
+#   tools/tidy.sh [BUILD_DIR] [FILE.cpp...]   (default build-tidy/, every file)
 #
-# BUILD_DIR is configured as the real build is (GCC), with the benchmarks and
-# compile commands; of it only the generated sources are built. clang-tidy
-# reads a copy of the compile commands without the GCC-only flags clang does
-# not know.
+# Paths are taken from the checkout's root. BUILD_DIR is configured as the
+# real build is (GCC), with the benchmarks and compile commands; of it only
+# the generated sources are built. clang-tidy reads a copy of the compile
+# commands without the GCC-only flags clang does not know.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build-tidy
-if (($# > 0)) && [[ ! -f $1 ]]; then build=$1; shift; fi
+if (($# > 0)) && [[ $1 != *.cpp ]]; then build=$1; shift; fi
 build=$(realpath -m "$build")
 
 cmake -S . -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DNY80211_BUILD_BENCH=ON >/dev/null

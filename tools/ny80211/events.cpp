@@ -82,8 +82,8 @@ class StopSignals {
   }
 
  private:
-  sigset_t set_;
-  sigset_t old_;
+  sigset_t set_{};
+  sigset_t old_{};
 };
 
 }  // namespace

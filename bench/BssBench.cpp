@@ -102,7 +102,9 @@ void walkElements(std::uint8_t const* ies, int length, Walked& out) {
     auto const* body = ies + at + 2;
     if (at + 2 + size > length) break;
     switch (id) {
-      case 0: out.ssid = body, out.ssidLength = size; break;
+      case 0:
+        out.ssid = body, out.ssidLength = size;
+        break;
       case 61:
         if (size == 22) out.ht = body;
         break;
@@ -113,7 +115,8 @@ void walkElements(std::uint8_t const* ies, int length, Walked& out) {
         if (size >= 7 && body[0] == 36) out.he = body;
         if (size >= 6 && body[0] == 106) out.eht = body;
         break;
-      default: break;
+      default:
+        break;
     }
     at += 2 + size;
   }
@@ -137,20 +140,39 @@ Walked walk(nl_msg* msg) {
       case NL80211_BSS_BSSID:
         if (nla_len(attr) >= 6) out.bssid = static_cast<std::uint8_t const*>(nla_data(attr));
         break;
-      case NL80211_BSS_FREQUENCY: read(attr, out.frequency); break;
-      case NL80211_BSS_TSF: read(attr, out.tsf); break;
-      case NL80211_BSS_BEACON_INTERVAL: read(attr, out.beaconInterval); break;
-      case NL80211_BSS_CAPABILITY: read(attr, out.capability); break;
+      case NL80211_BSS_FREQUENCY:
+        read(attr, out.frequency);
+        break;
+      case NL80211_BSS_TSF:
+        read(attr, out.tsf);
+        break;
+      case NL80211_BSS_BEACON_INTERVAL:
+        read(attr, out.beaconInterval);
+        break;
+      case NL80211_BSS_CAPABILITY:
+        read(attr, out.capability);
+        break;
       case NL80211_BSS_INFORMATION_ELEMENTS:
         ies = static_cast<std::uint8_t const*>(nla_data(attr));
         iesLength = nla_len(attr);
         break;
-      case NL80211_BSS_SIGNAL_MBM: read(attr, out.signalMbm); break;
-      case NL80211_BSS_STATUS: read(attr, out.status), out.hasStatus = true; break;
-      case NL80211_BSS_SEEN_MS_AGO: read(attr, out.seenMsAgo); break;
-      case NL80211_BSS_CHAN_WIDTH: read(attr, out.chanWidth); break;
-      case NL80211_BSS_LAST_SEEN_BOOTTIME: read(attr, out.lastSeenBoottime); break;
-      default: break;
+      case NL80211_BSS_SIGNAL_MBM:
+        read(attr, out.signalMbm);
+        break;
+      case NL80211_BSS_STATUS:
+        read(attr, out.status), out.hasStatus = true;
+        break;
+      case NL80211_BSS_SEEN_MS_AGO:
+        read(attr, out.seenMsAgo);
+        break;
+      case NL80211_BSS_CHAN_WIDTH:
+        read(attr, out.chanWidth);
+        break;
+      case NL80211_BSS_LAST_SEEN_BOOTTIME:
+        read(attr, out.lastSeenBoottime);
+        break;
+      default:
+        break;
     }
   }
   walkElements(ies, iesLength, out);

@@ -13,7 +13,8 @@ namespace {
 
 class DiscardingSink : public Ny80211::trace::Sink {
  public:
-  void line(Ny80211::trace::Provider, Ny80211::trace::Level, std::string_view text) noexcept override {
+  void line(Ny80211::trace::Provider, Ny80211::trace::Level,
+            std::string_view text) noexcept override {
     benchmark::DoNotOptimize(text.data());
   }
 };

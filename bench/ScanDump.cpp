@@ -1,13 +1,13 @@
 #include "ScanDump.h"
 
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
 #include <linux/nl80211.h>
 #include <netlink/attr.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
-
-#include <algorithm>
-#include <iterator>
-#include <string_view>
 
 #include "TestMessage.h"
 
@@ -85,9 +85,12 @@ Band bandOf(std::uint32_t mhz) {
 
 std::uint8_t channelOf(std::uint32_t mhz) {
   switch (bandOf(mhz)) {
-    case Band::B2g: return static_cast<std::uint8_t>((mhz - 2407) / 5);
-    case Band::B5g: return static_cast<std::uint8_t>((mhz - 5000) / 5);
-    case Band::B6g: break;
+    case Band::B2g:
+      return static_cast<std::uint8_t>((mhz - 2407) / 5);
+    case Band::B5g:
+      return static_cast<std::uint8_t>((mhz - 5000) / 5);
+    case Band::B6g:
+      break;
   }
   return static_cast<std::uint8_t>((mhz - 5950) / 5);
 }
@@ -105,7 +108,8 @@ std::uint8_t center(std::uint32_t mhz, unsigned width) {
       int const span = static_cast<int>(width) / 5;
       return static_cast<std::uint8_t>(base + (ch - base) / span * span + span / 2 - 2);
     }
-    case Band::B6g: break;
+    case Band::B6g:
+      break;
   }
   int const span = static_cast<int>(width) / 5;
   return static_cast<std::uint8_t>(1 + (ch - 1) / span * span + span / 2 - 2);
@@ -183,11 +187,20 @@ Bytes ehtCapabilities(Ap const& ap) {
 Bytes ehtOperation(Ap const& ap) {
   std::uint8_t control = 0, seg0 = center(ap.mhz, ap.width), seg1 = 0;
   switch (ap.width) {
-    case 40: control = 1; break;
-    case 80: control = 2; break;
-    case 160: control = 3, seg0 = center(ap.mhz, 80), seg1 = center(ap.mhz, 160); break;
-    case 320: control = 4, seg0 = center(ap.mhz, 160), seg1 = center(ap.mhz, 320); break;
-    default: break;
+    case 40:
+      control = 1;
+      break;
+    case 80:
+      control = 2;
+      break;
+    case 160:
+      control = 3, seg0 = center(ap.mhz, 80), seg1 = center(ap.mhz, 160);
+      break;
+    case 320:
+      control = 4, seg0 = center(ap.mhz, 160), seg1 = center(ap.mhz, 320);
+      break;
+    default:
+      break;
   }
   // Information present; the basic EHT-MCS and NSS set; the information.
   return hex("01 44444400") + Bytes{control, seg0, seg1};
@@ -345,11 +358,16 @@ std::vector<Entry> scanDump(std::uint32_t ifindex) {
 
 std::uint32_t nl80211Width(Ap const& ap) {
   switch (ap.width) {
-    case 40: return NL80211_CHAN_WIDTH_40;
-    case 80: return NL80211_CHAN_WIDTH_80;
-    case 160: return NL80211_CHAN_WIDTH_160;
-    case 320: return NL80211_CHAN_WIDTH_320;
-    default: return NL80211_CHAN_WIDTH_20;
+    case 40:
+      return NL80211_CHAN_WIDTH_40;
+    case 80:
+      return NL80211_CHAN_WIDTH_80;
+    case 160:
+      return NL80211_CHAN_WIDTH_160;
+    case 320:
+      return NL80211_CHAN_WIDTH_320;
+    default:
+      return NL80211_CHAN_WIDTH_20;
   }
 }
 

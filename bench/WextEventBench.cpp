@@ -48,8 +48,8 @@ Kind const kinds[] = {
 };
 
 std::unique_ptr<WextMessage> build(Kind const& kind) {
-  return std::make_unique<WextMessage>(
-      Ny80211::testing::WextFields{.athEvent = kind.athEvent, .payload = Ny80211::testing::hex(kind.payload)});
+  return std::make_unique<WextMessage>(Ny80211::testing::WextFields{
+      .athEvent = kind.athEvent, .payload = Ny80211::testing::hex(kind.payload)});
 }
 
 // The event number of a custom wireless event in a link message, or 0.

@@ -21,8 +21,8 @@ namespace Example {
 // in one piece so that lines other threads print don't land inside it.
 // Throws what the command socket throws.
 inline std::string scanTable(Ny80211::CommandSocket& socket, Ny80211::NetIfcID const& interface) {
-  auto dump = Ny80211::Nl80211Command::dump(NL80211_CMD_GET_SCAN,
-                                           fmt::format("dump scan {}", interface));
+  auto dump =
+      Ny80211::Nl80211Command::dump(NL80211_CMD_GET_SCAN, fmt::format("dump scan {}", interface));
   interface.writeTo(dump.attributes());
   fmt::memory_buffer table;
   socket.sendMessage(dump, [&table](nl_msg* reply) {

@@ -103,9 +103,10 @@ int main(int argc, char** argv) {
   Ny80211::Context context;
   bool const connected =
       connect("the command socket", [&] { context.connectCommands(); }) &&
-      connect("the nl80211 events", [&] {
-        context.connectEventsNl80211(publisher, {"config", "scan", "regulatory", "mlme"});
-      }) &&
+      connect("the nl80211 events",
+              [&] {
+                context.connectEventsNl80211(publisher, {"config", "scan", "regulatory", "mlme"});
+              }) &&
       connect("the wireless-extension events", [&] { context.connectEventsWext(publisher); }) &&
       connect("the event loop", [&] { context.startEventLoop(); });
   if (!connected) return 1;

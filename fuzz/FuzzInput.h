@@ -19,12 +19,11 @@
 #include <utility>
 #include <vector>
 
-#include <sys/socket.h>
-
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
+#include <sys/socket.h>
 
 #include "trace/Trace.h"
 

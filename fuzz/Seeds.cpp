@@ -277,10 +277,10 @@ void survey(TestMessage& m) {
   info.u32(NL80211_SURVEY_INFO_FREQUENCY, 5180);
   info.put(NL80211_SURVEY_INFO_NOISE, {0xa4});
   info.put(NL80211_SURVEY_INFO_IN_USE, {});
-  for (int type : {NL80211_SURVEY_INFO_TIME, NL80211_SURVEY_INFO_TIME_BUSY,
-                   NL80211_SURVEY_INFO_TIME_EXT_BUSY, NL80211_SURVEY_INFO_TIME_RX,
-                   NL80211_SURVEY_INFO_TIME_TX, NL80211_SURVEY_INFO_TIME_SCAN,
-                   NL80211_SURVEY_INFO_TIME_BSS_RX}) {
+  for (int type :
+       {NL80211_SURVEY_INFO_TIME, NL80211_SURVEY_INFO_TIME_BUSY, NL80211_SURVEY_INFO_TIME_EXT_BUSY,
+        NL80211_SURVEY_INFO_TIME_RX, NL80211_SURVEY_INFO_TIME_TX, NL80211_SURVEY_INFO_TIME_SCAN,
+        NL80211_SURVEY_INFO_TIME_BSS_RX}) {
     info.put(type, bytesOf<std::uint64_t>(116 + type));
   }
   nest(m, NL80211_ATTR_SURVEY_INFO, info);
@@ -294,9 +294,8 @@ void records() {
   });
   genl("records", "interface-station", NL80211_CMD_NEW_INTERFACE,
        [](TestMessage& m) { ifc(m, NL80211_IFTYPE_STATION); });
-  genl("records", "station-vht-he", NL80211_CMD_NEW_STATION, [](TestMessage& m) {
-    station(m, NL80211_RATE_INFO_VHT_MCS, NL80211_RATE_INFO_HE_MCS);
-  });
+  genl("records", "station-vht-he", NL80211_CMD_NEW_STATION,
+       [](TestMessage& m) { station(m, NL80211_RATE_INFO_VHT_MCS, NL80211_RATE_INFO_HE_MCS); });
   genl("records", "station-legacy-ht", NL80211_CMD_NEW_STATION,
        [](TestMessage& m) { station(m, 0, NL80211_RATE_INFO_MCS); });
   genl("records", "survey", NL80211_CMD_NEW_SURVEY_RESULTS, survey);

@@ -8,6 +8,8 @@
 //           header built by hand over bytes that need not match it.
 // Only Error may be thrown, and only by parsing and channel derivation.
 
+#include "ny80211/Elements.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -22,7 +24,6 @@
 #include "info/BssCollectors.h"
 #include "ny80211/BssInfo.h"
 #include "ny80211/Element.h"
-#include "ny80211/Elements.h"
 #include "ny80211/Error.h"
 #include "ny80211/NeighborReport.h"
 

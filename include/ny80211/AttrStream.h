@@ -121,7 +121,8 @@ class NY80211_API AttrStream {
 };
 
 extern template NY80211_API void AttrStream::addInternal<unsigned char>(int, unsigned char const&);
-extern template NY80211_API void AttrStream::addInternal<unsigned short>(int, unsigned short const&);
+extern template NY80211_API void AttrStream::addInternal<unsigned short>(int,
+                                                                         unsigned short const&);
 extern template NY80211_API void AttrStream::addInternal<unsigned int>(int, unsigned int const&);
 extern template NY80211_API void AttrStream::addInternal<unsigned long>(int, unsigned long const&);
 extern template NY80211_API void AttrStream::addInternal<bool>(int, bool const&);

@@ -85,8 +85,7 @@ struct fmt::formatter<Ny80211::ieee80211_phymode>
 
 template <>
 struct fmt::formatter<nl80211_reg_initiator>
-    : Ny80211::detail::TextFormatter<nl80211_reg_initiator, &Ny80211::detail::regInitiatorText> {
-};
+    : Ny80211::detail::TextFormatter<nl80211_reg_initiator, &Ny80211::detail::regInitiatorText> {};
 
 template <>
 struct fmt::formatter<nl80211_reg_type>

@@ -166,5 +166,5 @@ class NY80211_API ElementVisitor {
 }  // namespace Ny80211
 
 template <>
-struct fmt::formatter<Ny80211::ElementID>
-    : Ny80211::detail::ToStringFormatter<Ny80211::ElementID> {};
+struct fmt::formatter<Ny80211::ElementID> : Ny80211::detail::ToStringFormatter<Ny80211::ElementID> {
+};

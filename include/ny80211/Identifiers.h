@@ -162,7 +162,8 @@ struct fmt::formatter<Ny80211::WiPhyID> : Ny80211::detail::IdSpecParser<'i', 'n'
       case 't':
         return fmt::format_to(ctx.out(), "wiphy");
       default:
-        if (!phy.isDefined()) return fmt::format_to(ctx.out(), "wiphy {} (ID <undefined>)", phy.name());
+        if (!phy.isDefined())
+          return fmt::format_to(ctx.out(), "wiphy {} (ID <undefined>)", phy.name());
         return fmt::format_to(ctx.out(), "wiphy {} (ID {})", phy.name(), phy.index());
     }
   }

@@ -39,7 +39,7 @@ class NY80211_API RtNetlinkMessage {
   // < {})" when the attribute holds fewer than those 16 bytes.
   std::uint16_t const* getWextEventData() const;
 
-  static constexpr std::size_t wextHeaderSize = 4;   // length, command
+  static constexpr std::size_t wextHeaderSize = 4;     // length, command
   static constexpr std::size_t customHeaderSize = 16;  // up to a custom event's payload
 
  private:

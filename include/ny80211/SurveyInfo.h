@@ -39,7 +39,7 @@ class NY80211_API SurveyInfo {
 
   NetIfcID ifc;
   quenta_common::MHz frequency;
-  bool inUse = false;  // the radio's channel now
+  bool inUse = false;                // the radio's channel now
   std::optional<std::int8_t> noise;  // dBm
   // Channel times in ms since the driver began counting.
   std::optional<std::uint64_t> activeMs;

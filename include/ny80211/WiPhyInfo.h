@@ -159,4 +159,5 @@ struct fmt::formatter<Ny80211::AttrWiphyBands>
     : Ny80211::detail::ToStringFormatter<Ny80211::AttrWiphyBands> {};
 
 template <>
-struct fmt::formatter<Ny80211::WiPhyInfo> : Ny80211::detail::ToStringFormatter<Ny80211::WiPhyInfo> {};
+struct fmt::formatter<Ny80211::WiPhyInfo> : Ny80211::detail::ToStringFormatter<Ny80211::WiPhyInfo> {
+};

@@ -140,20 +140,13 @@ constexpr DecoderRow nl80211Decoders[] = {
 };
 
 constexpr DecoderRow bssDecoders[] = {
-    {bssAttr("BSSID"), &AttrFmt::MacAddr},
-    {bssAttr("FREQUENCY"), &AttrFmt::UInt32},
-    {bssAttr("STATUS"), &AttrFmt::UInt32},
-    {bssAttr("SEEN_MS_AGO"), &AttrFmt::UInt32},
-    {bssAttr("CHAN_WIDTH"), &AttrFmt::UInt32},
-    {bssAttr("TSF"), &AttrFmt::UInt64},
-    {bssAttr("BEACON_TSF"), &AttrFmt::UInt64},
-    {bssAttr("LAST_SEEN_BOOTTIME"), &AttrFmt::UInt64},
-    {bssAttr("PARENT_TSF"), &AttrFmt::UInt64},
-    {bssAttr("BEACON_INTERVAL"), &AttrFmt::UInt16},
-    {bssAttr("CAPABILITY"), &AttrFmt::UInt16Bin},
-    {bssAttr("SIGNAL_MBM"), &AttrFmt::Int32},
-    {bssAttr("SIGNAL_UNSPEC"), &AttrFmt::UInt8},
-    {bssAttr("CHAIN_SIGNAL"), &AttrFmt::UInt8},
+    {bssAttr("BSSID"), &AttrFmt::MacAddr},        {bssAttr("FREQUENCY"), &AttrFmt::UInt32},
+    {bssAttr("STATUS"), &AttrFmt::UInt32},        {bssAttr("SEEN_MS_AGO"), &AttrFmt::UInt32},
+    {bssAttr("CHAN_WIDTH"), &AttrFmt::UInt32},    {bssAttr("TSF"), &AttrFmt::UInt64},
+    {bssAttr("BEACON_TSF"), &AttrFmt::UInt64},    {bssAttr("LAST_SEEN_BOOTTIME"), &AttrFmt::UInt64},
+    {bssAttr("PARENT_TSF"), &AttrFmt::UInt64},    {bssAttr("BEACON_INTERVAL"), &AttrFmt::UInt16},
+    {bssAttr("CAPABILITY"), &AttrFmt::UInt16Bin}, {bssAttr("SIGNAL_MBM"), &AttrFmt::Int32},
+    {bssAttr("SIGNAL_UNSPEC"), &AttrFmt::UInt8},  {bssAttr("CHAIN_SIGNAL"), &AttrFmt::UInt8},
     {bssAttr("PRESP_DATA"), &AttrFmt::Bool},
 };
 

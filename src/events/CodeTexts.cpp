@@ -19,15 +19,14 @@ constexpr std::string_view unsupportedRsneVersion = "unsupported RSNE version";
 
 // Indexed by the driver's PHY mode number.
 constexpr std::array<std::string_view, 44> phyModes = {
-    "auto",          "11a",          "11b",          "11g",           "FH",
-    "11a turbo",     "11g turbo",    "11na HT20",    "11ng HT20",     "11na HT40+",
-    "11na HT40-",    "11ng HT40+",   "11ng HT40-",   "11ng HT40",     "11na HT40",
-    "11ac VHT20",    "11ac VHT40+",  "11ac VHT40-",  "11ac VHT40",    "11ac VHT80",
-    "11ac VHT160",   "11ac VHT80+80", "11axa HE20",  "11axg HE20",    "11axa HE40+",
-    "11axa HE40-",   "11axg HE40+",  "11axg HE40-",  "11axa HE40",    "11axg HE40",
-    "11axa HE80",    "11axa HE160",  "11axa HE80+80", "11bea EHT20",  "11beg EHT20",
-    "11bea EHT40+",  "11bea EHT40-", "11beg EHT40+", "11beg EHT40-",  "11bea EHT40",
-    "11beg EHT40",   "11bea EHT80",  "11bea EHT160", "11bea EHT320",
+    "auto",         "11a",          "11b",           "11g",           "FH",          "11a turbo",
+    "11g turbo",    "11na HT20",    "11ng HT20",     "11na HT40+",    "11na HT40-",  "11ng HT40+",
+    "11ng HT40-",   "11ng HT40",    "11na HT40",     "11ac VHT20",    "11ac VHT40+", "11ac VHT40-",
+    "11ac VHT40",   "11ac VHT80",   "11ac VHT160",   "11ac VHT80+80", "11axa HE20",  "11axg HE20",
+    "11axa HE40+",  "11axa HE40-",  "11axg HE40+",   "11axg HE40-",   "11axa HE40",  "11axg HE40",
+    "11axa HE80",   "11axa HE160",  "11axa HE80+80", "11bea EHT20",   "11beg EHT20", "11bea EHT40+",
+    "11bea EHT40-", "11beg EHT40+", "11beg EHT40-",  "11bea EHT40",   "11beg EHT40", "11bea EHT80",
+    "11bea EHT160", "11bea EHT320",
 };
 // A mode left out would leave the last slot empty.
 static_assert(phyModes.back() == "11bea EHT320");

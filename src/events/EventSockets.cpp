@@ -3,14 +3,13 @@
 #include <utility>
 
 #include <linux/rtnetlink.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-
 #include <netlink/errno.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/handlers.h>
 #include <netlink/netlink.h>
 #include <netlink/socket.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include "events/Decoders.h"
 #include "netlink/NlCallbacks.h"
@@ -116,8 +115,8 @@ void Nl80211EventSocket::connect(TEVPoll::EpollFD& epoll, NyEvent::Publisher pub
   Nl80211EventSocket fresh;
   fresh.connectSocket();
   for (auto const& group : groups) fresh.subscribeEventGroup(group);
-  fresh.receiver_ = std::make_unique<EpollEventReceiver>(
-      NlSockPtr(fresh.releaseSocket()), epoll, detail::Nl80211EventDecoder(publisher));
+  fresh.receiver_ = std::make_unique<EpollEventReceiver>(NlSockPtr(fresh.releaseSocket()), epoll,
+                                                         detail::Nl80211EventDecoder(publisher));
   *this = std::move(fresh);
 }
 

@@ -1,11 +1,10 @@
-#include "ny80211/Events.h"
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <netlink/attr.h>
 
 #include "ny80211/CodeTexts.h"
 #include "ny80211/Error.h"
+#include "ny80211/Events.h"
 #include "ny80211/GenlMessage.h"
 
 namespace Ny80211::Event {

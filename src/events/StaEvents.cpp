@@ -42,8 +42,7 @@ struct fmt::formatter<Ny80211::Event::Code> : fmt::formatter<fmt::string_view> {
 
 namespace Ny80211::Event {
 
-StaAuthConfirm::StaAuthConfirm(RtNetlinkMessage const& message)
-    : AthWextEvent(message, athEvent) {
+StaAuthConfirm::StaAuthConfirm(RtNetlinkMessage const& message) : AthWextEvent(message, athEvent) {
   auto const payload = station(message);
   sta_ = payload.sta;
   status_ = payload.first;
@@ -190,8 +189,8 @@ StaLeave::StaLeave(RtNetlinkMessage const& message) : AthWextEvent(message, athE
 StaLeave::~StaLeave() = default;
 
 std::string StaLeave::toString() const {
-  return fmt::format("{}: STA {} left (channel {} / AID {}), reason: {}", ifName(), sta_,
-                     channel_, aid_, reasonCode(reason_));
+  return fmt::format("{}: STA {} left (channel {} / AID {}), reason: {}", ifName(), sta_, channel_,
+                     aid_, reasonCode(reason_));
 }
 
 NeighborRequest::NeighborRequest(RtNetlinkMessage const& message)

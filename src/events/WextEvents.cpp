@@ -28,9 +28,7 @@ CustomHeader customHeader(RtNetlinkMessage const& message) {
 
 }  // namespace
 
-std::uint16_t athEventOf(RtNetlinkMessage const& message) {
-  return customHeader(message).athEvent;
-}
+std::uint16_t athEventOf(RtNetlinkMessage const& message) { return customHeader(message).athEvent; }
 
 void copyAthPayload(RtNetlinkMessage const& message, std::byte* to, std::size_t size) {
   auto const received = customHeader(message).payloadLength;

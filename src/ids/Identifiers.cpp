@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include <Poco/File.h>
 #include <fmt/format.h>
 #include <linux/nl80211.h>
 #include <net/if.h>
@@ -15,7 +16,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <Poco/File.h>
 
 #include "ny80211/AttrStream.h"
 #include "ny80211/Error.h"
@@ -62,8 +62,7 @@ void WDevID::writeTo(AttrStream& attrs) const {
   attrs.addU64(NL80211_ATTR_WDEV, id_);
 }
 
-NetIfcID::NetIfcID(unsigned int index)
-    : index_(index), defined_(true), name_(indexToName(index)) {}
+NetIfcID::NetIfcID(unsigned int index) : index_(index), defined_(true), name_(indexToName(index)) {}
 
 // Virtual calls here reach NetIfcID's own typeString(), whatever is being built.
 NetIfcID::NetIfcID(std::string const& name)

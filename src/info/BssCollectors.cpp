@@ -1,6 +1,7 @@
+#include "info/BssCollectors.h"
+
 #include <algorithm>
 
-#include "info/BssCollectors.h"
 #include "ny80211/BssInfo.h"
 #include "ny80211/Elements.h"
 

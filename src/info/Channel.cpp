@@ -71,9 +71,7 @@ ChannelNumber Channel::freqToindex(MHz const& frequency) const {
   return ChannelNumber(static_cast<std::uint8_t>(n));
 }
 
-std::string Channel::toString() const {
-  return fmt::format("{:4} MHz (#{:3})", frequency, number);
-}
+std::string Channel::toString() const { return fmt::format("{:4} MHz (#{:3})", frequency, number); }
 
 ChannelInfo::ChannelInfo(nl80211_band band, ChannelNumber const& primaryNumber,
                          nl80211_chan_width width, ChannelNumber const& center1Number,

@@ -18,10 +18,17 @@ void ChannelInfoCollector::visit(Elem::HtOperation const& element) {
   htCcfs2_ = element.ccfs2();
   ht_ = true;
   switch (secondaryOffset_) {
-    case 0: channelType_ = NL80211_CHAN_HT20; break;
-    case 1: channelType_ = NL80211_CHAN_HT40PLUS; break;
-    case 3: channelType_ = NL80211_CHAN_HT40MINUS; break;
-    default: break;  // 2 is reserved: the type stays as it was
+    case 0:
+      channelType_ = NL80211_CHAN_HT20;
+      break;
+    case 1:
+      channelType_ = NL80211_CHAN_HT40PLUS;
+      break;
+    case 3:
+      channelType_ = NL80211_CHAN_HT40MINUS;
+      break;
+    default:
+      break;  // 2 is reserved: the type stays as it was
   }
 }
 
@@ -77,21 +84,31 @@ std::optional<ChannelInfo> ChannelInfoCollector::fromEht() const {
     return std::nullopt;
   }
   switch (eht_->width) {
-    case 0: return make(primary, NL80211_CHAN_WIDTH_20, eht_->ccfs0);
-    case 1: return make(primary, NL80211_CHAN_WIDTH_40, eht_->ccfs0);
-    case 2: return make(primary, NL80211_CHAN_WIDTH_80, eht_->ccfs0);
-    case 3: return make(primary, NL80211_CHAN_WIDTH_160, eht_->ccfs1);
-    case 4: return make(primary, NL80211_CHAN_WIDTH_320, eht_->ccfs1);
-    default: return std::nullopt;
+    case 0:
+      return make(primary, NL80211_CHAN_WIDTH_20, eht_->ccfs0);
+    case 1:
+      return make(primary, NL80211_CHAN_WIDTH_40, eht_->ccfs0);
+    case 2:
+      return make(primary, NL80211_CHAN_WIDTH_80, eht_->ccfs0);
+    case 3:
+      return make(primary, NL80211_CHAN_WIDTH_160, eht_->ccfs1);
+    case 4:
+      return make(primary, NL80211_CHAN_WIDTH_320, eht_->ccfs1);
+    default:
+      return std::nullopt;
   }
 }
 
 std::optional<ChannelInfo> ChannelInfoCollector::fromHe() const {
   switch (he6_.width) {
-    case 0: return make(hePrimary_, NL80211_CHAN_WIDTH_20, he6_.ccfs0);
-    case 1: return make(hePrimary_, NL80211_CHAN_WIDTH_40, he6_.ccfs0);
-    case 2: return make(hePrimary_, NL80211_CHAN_WIDTH_80, he6_.ccfs0);
-    default: break;
+    case 0:
+      return make(hePrimary_, NL80211_CHAN_WIDTH_20, he6_.ccfs0);
+    case 1:
+      return make(hePrimary_, NL80211_CHAN_WIDTH_40, he6_.ccfs0);
+    case 2:
+      return make(hePrimary_, NL80211_CHAN_WIDTH_80, he6_.ccfs0);
+    default:
+      break;
   }
   // 160 MHz: CCFS0 is the centre of the primary 80 MHz, CCFS1 of the whole;
   // segments further apart are the two halves of 80+80 MHz.
@@ -107,10 +124,14 @@ std::optional<ChannelInfo> ChannelInfoCollector::fromHtAndVht() const {
   if (!vht_) {
     if (!anyWidth_) return make(htPrimary_, NL80211_CHAN_WIDTH_20, primary);
     switch (secondaryOffset_) {
-      case 0: return make(htPrimary_, NL80211_CHAN_WIDTH_20, primary);
-      case 1: return make(htPrimary_, NL80211_CHAN_WIDTH_40, static_cast<std::uint8_t>(primary + 2));
-      case 3: return make(htPrimary_, NL80211_CHAN_WIDTH_40, static_cast<std::uint8_t>(primary - 2));
-      default: return std::nullopt;
+      case 0:
+        return make(htPrimary_, NL80211_CHAN_WIDTH_20, primary);
+      case 1:
+        return make(htPrimary_, NL80211_CHAN_WIDTH_40, static_cast<std::uint8_t>(primary + 2));
+      case 3:
+        return make(htPrimary_, NL80211_CHAN_WIDTH_40, static_cast<std::uint8_t>(primary - 2));
+      default:
+        return std::nullopt;
     }
   }
   if (!anyWidth_) {
@@ -118,7 +139,8 @@ std::optional<ChannelInfo> ChannelInfoCollector::fromHtAndVht() const {
     return std::nullopt;
   }
   switch (vht_->width) {
-    case 0: return make(htPrimary_, NL80211_CHAN_WIDTH_40, vht_->ccfs0);
+    case 0:
+      return make(htPrimary_, NL80211_CHAN_WIDTH_40, vht_->ccfs0);
     case 1: {
       // 802.11ac-2016 signals 160 and 80+80 MHz in the second segment, which
       // an HE-capable AP may carry in the HT element instead.
@@ -131,9 +153,12 @@ std::optional<ChannelInfo> ChannelInfoCollector::fromHtAndVht() const {
       return make(htPrimary_, NL80211_CHAN_WIDTH_80P80, vht_->ccfs0, second);
     }
     // The deprecated 802.11ac-2013 signalling.
-    case 2: return make(htPrimary_, NL80211_CHAN_WIDTH_160, vht_->ccfs0);
-    case 3: return make(htPrimary_, NL80211_CHAN_WIDTH_80P80, vht_->ccfs0, vht_->ccfs1);
-    default: return std::nullopt;
+    case 2:
+      return make(htPrimary_, NL80211_CHAN_WIDTH_160, vht_->ccfs0);
+    case 3:
+      return make(htPrimary_, NL80211_CHAN_WIDTH_80P80, vht_->ccfs0, vht_->ccfs1);
+    default:
+      return std::nullopt;
   }
 }
 

@@ -1,8 +1,8 @@
-#include "ny80211/BssInfo.h"
-
 #include <iterator>
 
 #include <fmt/format.h>
+
+#include "ny80211/BssInfo.h"
 
 namespace Ny80211 {
 

@@ -75,9 +75,7 @@ AttrWiphyBands::AttrWiphyBands(std::vector<NestedAttr> const& bands) {
   for (auto const& band : bands) this->bands.emplace_back(band);
 }
 
-std::string AttrWiphyBands::toString() const {
-  return fmt::format("[{}]", fmt::join(bands, ", "));
-}
+std::string AttrWiphyBands::toString() const { return fmt::format("[{}]", fmt::join(bands, ", ")); }
 
 void WiPhyInfo::readFrom(AttrStream const& attrs) {
   id = WiPhyID(attrs.getU32(NL80211_ATTR_WIPHY));

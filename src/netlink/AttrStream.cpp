@@ -72,8 +72,7 @@ nlattr* AttrStream::tryFind(int type) const noexcept {
                                        std::ptrdiff_t{first_[type] - 1} * 4);
     }
     if (!far_) return nullptr;
-  } else if (type < seenTypes &&
-             (seen_[type / 64] & (std::uint64_t{1} << (type % 64))) == 0) {
+  } else if (type < seenTypes && (seen_[type / 64] & (std::uint64_t{1} << (type % 64))) == 0) {
     return nullptr;
   }
   return forEachValid(head_, length_, [type](nlattr* attr) { return typeOf(attr) == type; });
@@ -102,7 +101,8 @@ void AttrStream::forEachAttr(std::function<void(nlattr*)> const& f) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the exported signature
 void AttrStream::append(int type, std::function<int(nl_msg*)> writer) {
   if (has(type)) throw Error("attribute already exists");
-  if (message_ == nullptr) throw Error(fmt::format("attribute (type {}) added to a stream without message", type));
+  if (message_ == nullptr)
+    throw Error(fmt::format("attribute (type {}) added to a stream without message", type));
   if (writer(message_) != 0) throw Error("failed to add attribute");
   length_ = nlmsg_attrlen(nlmsg_hdr(message_), static_cast<int>(headerLength_));
   auto* attr = nla_find(head_, static_cast<int>(length_), type);

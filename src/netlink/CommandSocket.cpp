@@ -4,19 +4,18 @@
 #include <system_error>
 #include <utility>
 
-#include <linux/netlink.h>
-#include <sys/socket.h>
-
 #include <fmt/format.h>
+#include <linux/netlink.h>
 #include <netlink/errno.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <netlink/socket.h>
+#include <sys/socket.h>
 
-#include "ny80211/Error.h"
 #include "netlink/NlCallbacks.h"
+#include "ny80211/Error.h"
 #include "ny80211/GenlMessage.h"
 #include "ny80211/Socket.h"
 #include "trace/Trace.h"
@@ -116,8 +115,7 @@ CommandSocket::~CommandSocket() = default;
 
 void CommandSocket::connect() { connectSocket(); }
 
-void CommandSocket::sendMessage(GenlMessage& message,
-                                std::function<int(nl_msg*)> const& onValid) {
+void CommandSocket::sendMessage(GenlMessage& message, std::function<int(nl_msg*)> const& onValid) {
   Lock const lock(lock_);
   if (socket() == nullptr) throw Error("command socket not connected");
   if (message.toNlMsg() == nullptr) throw Error("message to send is empty");
@@ -178,8 +176,8 @@ void CommandSocket::sendMessage(GenlMessage& message,
           fmt::format("{}; command: {}", nl_geterror(received), message.debugInfoString()));
     }
     if (received < 0) {
-      throw Error(fmt::format("message receive failed: {} ({}); command: {}",
-                              nl_geterror(received), received, message.debugInfoString()));
+      throw Error(fmt::format("message receive failed: {} ({}); command: {}", nl_geterror(received),
+                              received, message.debugInfoString()));
     }
   }
   if (callerException) std::rethrow_exception(callerException);

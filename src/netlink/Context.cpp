@@ -1,15 +1,17 @@
+#include "ny80211/Context.h"
+
 #include <csignal>
 #include <utility>
 
 #include <pthread.h>
 
-#include "ny80211/Context.h"
 #include "ny80211/Error.h"
 
 namespace Ny80211 {
 
 Context::Context()
-    : wakeUp_(epoll_, [this](void*, std::uint32_t) { running_.store(false); }, nullptr) {}
+    : wakeUp_(
+          epoll_, [this](void*, std::uint32_t) { running_.store(false); }, nullptr) {}
 
 // NOLINTNEXTLINE(bugprone-exception-escape): on purpose, as said below
 Context::~Context() {
@@ -44,10 +46,10 @@ void Context::startEventLoop() {
   running_.store(true);
   try {
     // The sockets go with the thread and end with it.
-    loop_ = std::thread([nl80211 = std::move(nl80211Events_), wext = std::move(wextEvents_),
-                         this]() mutable {
-      while (running_.load()) epoll_.Wait();
-    });
+    loop_ = std::thread(
+        [nl80211 = std::move(nl80211Events_), wext = std::move(wextEvents_), this]() mutable {
+          while (running_.load()) epoll_.Wait();
+        });
   } catch (...) {
     running_.store(false);
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);

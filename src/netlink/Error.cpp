@@ -30,8 +30,8 @@ namespace {
 // The error's own netlink header stands right before it. Never throws: an
 // empty message attribute reads "<invalid>".
 std::optional<std::string> extendedAckMessage(nlmsgerr* err) {
-  auto const* header = reinterpret_cast<nlmsghdr const*>(reinterpret_cast<char const*>(err) -
-                                                         NLMSG_HDRLEN);
+  auto const* header =
+      reinterpret_cast<nlmsghdr const*>(reinterpret_cast<char const*>(err) - NLMSG_HDRLEN);
   if (!(header->nlmsg_flags & NLM_F_ACK_TLVS)) return {};
   // With NLM_F_CAPPED the quoted request is its header alone.
   std::size_t const offset = (header->nlmsg_flags & NLM_F_CAPPED)

@@ -11,7 +11,7 @@ namespace Ny80211::trace {
 namespace {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): setSink's, for every thread
 std::atomic<Sink*> currentSink{nullptr};
-}
+}  // namespace
 
 std::string_view name(Provider provider) noexcept {
   return provider == Provider::Cmd ? "ny80211_cmd" : "ny80211_event";
@@ -19,9 +19,12 @@ std::string_view name(Provider provider) noexcept {
 
 std::string_view name(Level level) noexcept {
   switch (level) {
-    case Level::Err: return "log_err";
-    case Level::Warn: return "log_warn";
-    case Level::Info: return "log_info";
+    case Level::Err:
+      return "log_err";
+    case Level::Warn:
+      return "log_warn";
+    case Level::Info:
+      return "log_info";
   }
   return "<unknown>";
 }

@@ -41,9 +41,9 @@ void WifiParamVendorData<Table>::writeCommandAndValue(NestedAttr& data, unsigned
 template <class Table>
 void WifiParamVendorData<Table>::writeData(NestedAttr& data, unsigned int value) {
   // Binary, not u32: the driver copies the bytes as they come.
-  data.addBytes(attrConfigGenericData,
-                nycpp::span<const std::byte>(reinterpret_cast<std::byte const*>(&value),
-                                             sizeof value));
+  data.addBytes(
+      attrConfigGenericData,
+      nycpp::span<const std::byte>(reinterpret_cast<std::byte const*>(&value), sizeof value));
 }
 
 template <class Table>

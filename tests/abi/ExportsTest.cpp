@@ -1,10 +1,6 @@
 // The shared library as daemons link it: its dynamic symbol table, read from
 // the ELF file so that the cross build needs no tool of the target, holds the
 // library's own interface and nothing else, and dlclose unloads it.
-#include <cxxabi.h>
-#include <dlfcn.h>
-#include <elf.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -17,6 +13,9 @@
 #include <string_view>
 #include <vector>
 
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <elf.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -37,8 +36,7 @@ struct DynamicTable {
 DynamicTable readDynamicTable(std::string const& path) {
   std::ifstream in(path, std::ios::binary);
   std::string const image{std::istreambuf_iterator<char>(in), {}};
-  if (image.size() < sizeof(Elf64_Ehdr) || image.compare(0, SELFMAG, ELFMAG) != 0 ||
-      image[EI_CLASS] != ELFCLASS64) {
+  if (image.size() < sizeof(Elf64_Ehdr) || image.compare(0, SELFMAG, ELFMAG) != 0 || image[EI_CLASS] != ELFCLASS64) {
     throw std::runtime_error(path + " is not an ELF64 file");
   }
   auto const at = [&](std::size_t offset, std::size_t size) {
@@ -86,8 +84,8 @@ DynamicTable readDynamicTable(std::string const& path) {
 
 std::string demangled(std::string const& name) {
   int status = 0;
-  std::unique_ptr<char, decltype(&std::free)> const text(
-      abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), &std::free);
+  std::unique_ptr<char, decltype(&std::free)> const text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
+                                                         &std::free);
   return status == 0 ? text.get() : name;
 }
 
@@ -96,8 +94,8 @@ std::string demangled(std::string const& name) {
 // the vendor tables with C linkage. Types local to its functions (lambdas)
 // are not part of it: no daemon can name them.
 bool isOwn(std::string_view name) {
-  static constexpr std::string_view prefixes[] = {"_ZN7Ny80211", "_ZNK7Ny80211", "_ZTIN7Ny80211",
-                                                  "_ZTSN7Ny80211", "_ZTVN7Ny80211"};
+  static constexpr std::string_view prefixes[] = {"_ZN7Ny80211", "_ZNK7Ny80211", "_ZTIN7Ny80211", "_ZTSN7Ny80211",
+                                                  "_ZTVN7Ny80211"};
   for (auto const prefix : prefixes) {
     if (name.substr(0, prefix.size()) == prefix) return true;
   }
@@ -141,8 +139,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "Ny80211::AttrStream::addInternal<Ny80211::NestedAttr>(int, Ny80211::NestedAttr const&)",
                     "Ny80211::QcaCmd::WifiParamVendorData<Ny80211::QcaCmd::RadioVendorParamTable>::",
                     "Ny80211::QcaCmd::WifiParamVendorData<Ny80211::QcaCmd::VapVendorParamTable>::",
-                    "typeinfo for Ny80211::Error", "vtable for Ny80211::ElementVisitor",
-                    "radio_vendor_cmds", "vap_vendor_cmds"));
+                    "typeinfo for Ny80211::Error", "vtable for Ny80211::ElementVisitor", "radio_vendor_cmds",
+                    "vap_vendor_cmds"));
 
 bool mapped(std::filesystem::path const& file) {
   std::ifstream maps("/proc/self/maps");

@@ -33,7 +33,12 @@ std::string valueOf(std::string const& line) {
 // Each payload is the last bytes of its buffer: a read past the attribute is a
 // read past the allocation.
 TEST(AttrFmt, DecodersRenderValuesAndRejectWrongSizes) {
-  struct Case { AttrScope scope; int type; Bytes payload; std::string value; };
+  struct Case {
+    AttrScope scope;
+    int type;
+    Bytes payload;
+    std::string value;
+  };
   auto const nl = AttrScope::Nl80211, bss = AttrScope::Bss, qca = AttrScope::QcaWifiConfig;
   Case const cases[] = {
       {nl, NL80211_ATTR_IFINDEX, Bytes{1, 2, 3}, "<invalid>"},
@@ -117,20 +122,20 @@ TEST(AttrFmt, VendorDataFollowsTheSubcommandBeforeIt) {
             "\n");
   EXPECT_EQ(fmt.indent, 0u);
   // Each Format starts afresh: no subcommand carries over.
-  EXPECT_EQ(
-      valueOf(AttrFmt::Format({AttrScope::Nl80211, m.stream().find(NL80211_ATTR_VENDOR_DATA)})),
-      "<...>(missing subcmd)");
+  EXPECT_EQ(valueOf(AttrFmt::Format({AttrScope::Nl80211, m.stream().find(NL80211_ATTR_VENDOR_DATA)})),
+            "<...>(missing subcmd)");
 
-  struct Case { Bytes subcmd, data; std::string subcmdValue, dataValue; };
+  struct Case {
+    Bytes subcmd, data;
+    std::string subcmdValue, dataValue;
+  };
   Case const cases[] = {
-      {bytesOf(196u), Bytes{0xab, 1}, "QCA_NL80211_VENDOR_SUBCMD_MBSSID_TX_VDEV_STATUS",
-       "[hex ab01]"},
+      {bytesOf(196u), Bytes{0xab, 1}, "QCA_NL80211_VENDOR_SUBCMD_MBSSID_TX_VDEV_STATUS", "[hex ab01]"},
       {bytesOf(1u), Bytes{1}, "QCA_NL80211_VENDOR_SUBCMD_TEST", "<...>(unmapped subcmd)"},
       {bytesOf(2u), Bytes{}, "<unknown>", "<>(unmapped subcmd)"},  // a gap of the enumeration
       {Bytes{74}, Bytes{1}, "<invalid>", "<...>(missing subcmd)"},
       // The first four bytes are the number, whatever follows.
-      {bytesOf<std::uint64_t>(75), Bytes{}, "QCA_NL80211_VENDOR_SUBCMD_GET_WIFI_CONFIGURATION",
-       "nested =>\n"},
+      {bytesOf<std::uint64_t>(75), Bytes{}, "QCA_NL80211_VENDOR_SUBCMD_GET_WIFI_CONFIGURATION", "nested =>\n"},
   };
   for (auto const& c : cases) {
     AttrFmt one;

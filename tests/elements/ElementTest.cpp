@@ -34,24 +34,22 @@ struct Describer : ElementVisitor {
     auto const& i = e.ehtOperationInfo();
     if (!i) return add("eht", "-");
     auto const& bitmap = i->disabledSubchannelBitmap;
-    add("eht", fmt::format("{:#x} {} {} {}", i->control, i->ccfs0, i->ccfs1,
-                           bitmap ? fmt::format("{:#x}", *bitmap) : "-"));
+    add("eht",
+        fmt::format("{:#x} {} {} {}", i->control, i->ccfs0, i->ccfs1, bitmap ? fmt::format("{:#x}", *bitmap) : "-"));
   }
-  void visit(Elem::ExtendedCaps const& e) override {
-    add("extcaps", fmt::format("{}", e.utf8Ssid()));
-  }
+  void visit(Elem::ExtendedCaps const& e) override { add("extcaps", fmt::format("{}", e.utf8Ssid())); }
   void visit(Elem::HeOperation const& e) override {
     auto const& v = e.vhtOperationInfo();
     auto const& s = e.sixGhzOperationInfo();
     auto const vht = v ? fmt::format("{}/{}/{}", v->channelWidth, v->ccfs0, v->ccfs1) : "-";
-    auto const six = s ? fmt::format("[{}] {}/{}/{}/{}", s->primaryChannel, s->channelWidth,
-                                     s->ccfs0, s->ccfs1, s->minimumRate)
-                       : "-";
+    auto const six =
+        s ? fmt::format("[{}] {}/{}/{}/{}", s->primaryChannel, s->channelWidth, s->ccfs0, s->ccfs1, s->minimumRate)
+          : "-";
     add("he", vht + " " + six);
   }
   void visit(Elem::HtOperation const& e) override {
-    add("ht", fmt::format("{} {} {} {}", e.primaryChannel(), e.secondaryChannelOffset(),
-                          e.staChannelWidth(), e.ccfs2()));
+    add("ht",
+        fmt::format("{} {} {} {}", e.primaryChannel(), e.secondaryChannelOffset(), e.staChannelWidth(), e.ccfs2()));
   }
   void visit(Elem::NeighborReport const& e) override { add("nr", e.bssid().ToString()); }
   void visit(Elem::Ssid const& e) override {
@@ -64,9 +62,7 @@ struct Describer : ElementVisitor {
   void visit(Elem::VhtOperation const& e) override {
     add("vht", fmt::format("{} {} {}", e.channelWidth(), e.ccfs0(), e.ccfs1()));
   }
-  void add(char const* name, std::string const& fields) {
-    text += fmt::format("{}: {}\n", name, fields);
-  }
+  void add(char const* name, std::string const& fields) { text += fmt::format("{}: {}\n", name, fields); }
   std::string text;
 };
 
@@ -99,8 +95,7 @@ TEST(Element, MakeGivesFieldsNothingOrTheLengthError) {
       {bytes({0xFF, 0x05, 0x6A, 0, 0, 0, 0}), "too short (5 < 6)"},
       {bytes({0x34, 0x0C, 1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0}), "too short (12 < 13)"},
       {bytes({0xDD, 0x02, 0x00, 0x50}), "too short (2 < 3)"},
-      {bytes({0x3D, 21, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
-       "wrong length (21 != 22)"},
+      {bytes({0x3D, 21, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}), "wrong length (21 != 22)"},
       {bytes({0xC0, 7, 1, 42, 0, 0xFC, 0xFF, 0, 0}), "wrong length (7 != 5)"},
       {bytes({0xFF, 8, 0x24, 0, 0, 0, 0, 0, 0, 0}), "wrong length (8 != 7)"},
       {bytes({0x07, 0x03, 'D', 'E', ' '}), "none"},  // Country
@@ -112,12 +107,12 @@ TEST(Element, MakeGivesFieldsNothingOrTheLengthError) {
       {bytes({0x7F, 7, 0, 0, 0, 0, 0, 0, 0xFE}), "extcaps: false\n"},
       {bytes({0x7F, 8, 0x04, 0, 0, 0, 0, 0, 0x01, 0x40}), "extcaps: true\n"},
       // Primary, information octet, CCFS2 in bits 5-12 of the next word.
-      {bytes({0x3D, 22, 36, 0x07, 0xE0, 0x1F, 0, 0,                // information
-              0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),  // Basic HT-MCS Set
+      {bytes({0x3D, 22, 36, 0x07, 0xE0, 0x1F, 0, 0,                            // information
+              0,    0,  0,  0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),  // Basic HT-MCS Set
        "ht: 36 3 true 255\n"},
-      {bytes({0x3D, 22, 149, 0x0D, 0x1F, 0xE0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-              0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
-       "ht: 149 1 true 0\n"},  // RIFS bit and CCFS2 bits 13-15 dropped
+      {bytes({0x3D, 22,   149,  0x0D, 0x1F, 0xE0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+              0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}),
+       "ht: 149 1 true 0\n"},                                       // RIFS bit and CCFS2 bits 13-15 dropped
       {bytes({0xC0, 5, 3, 42, 50, 0xFC, 0xFF}), "vht: 3 42 50\n"},  // deprecated width kept
       {bytes({0xDD, 7, 0x00, 0x50, 0xF2, 0x04, 0x10, 0x4A, 0x00}), "vendor: 00:50:f2 +4\n"},
       {bytes({0x34, 13, 2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 81, 6, 7}), "nr: 02:00:00:00:00:01\n"},
@@ -136,8 +131,7 @@ TEST(Element, SpanLengthAndIdChecksInThatOrder) {
   EXPECT_EQ(element->bytes().data(), buffer.data());
   EXPECT_EQ(element->bytes().size(), 9u);
 
-  auto const ht =
-      bytes({0x30, 22, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  auto const ht = bytes({0x30, 22, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
   auto const check = [&](int id, int length, char const* error) {
     header.id = ElementID(static_cast<std::uint8_t>(id));
     header.length = static_cast<std::uint8_t>(length);
@@ -186,11 +180,9 @@ TEST(ElementTypes, HeAndEhtLengthFollowsTheAnnouncedFields) {
               233, 0x02, 231, 239, 3}),
        "he: 1/42/0 [7115 MHz (#233)] 2/231/239/3\n"},
       {bytes({0xFF, 6, 106, 0x00, 0x11, 0x22, 0x33, 0x44}), "eht: -\n"},
-      {bytes({0xFF, 9, 106, 0xFD, 0x11, 0x22, 0x33, 0x44, 0xFC, 0x32, 0x2A}),
-       "eht: 0xfc 50 42 -\n"},
+      {bytes({0xFF, 9, 106, 0xFD, 0x11, 0x22, 0x33, 0x44, 0xFC, 0x32, 0x2A}), "eht: 0xfc 50 42 -\n"},
       {bytes({0xFF, 8, 106, 0x02, 0x11, 0x22, 0x33, 0x44, 0xF0, 0x00}), "eht: -\n"},
-      {bytes({0xFF, 11, 106, 0x03, 0x11, 0x22, 0x33, 0x44, 0x04, 0x1F, 0x2F, 0x03, 0x80}),
-       "eht: 0x4 31 47 0x8003\n"},
+      {bytes({0xFF, 11, 106, 0x03, 0x11, 0x22, 0x33, 0x44, 0x04, 0x1F, 0x2F, 0x03, 0x80}), "eht: 0x4 31 47 0x8003\n"},
   };
   for (auto const& r : rows) {
     EXPECT_EQ(outcome(r.in), r.outcome);

@@ -22,18 +22,21 @@ using SubID = NeighborReport::SubElementID;
 // 115, channel 36, the PHY type, then the subelement area. The element
 // outlives its buffer: everything it shows is copied.
 std::unique_ptr<NeighborReport> report(std::vector<int> const& area, int phy = 14) {
-  std::vector<int> v{0x34, 13 + static_cast<int>(area.size()), 0x02, 0x11, 0x22, 0x33, 0x44, 0x55,
-                     0x8F, 0x38, 0x00, 0x00, 115, 36, phy};
+  std::vector<int> v{
+      0x34, 13 + static_cast<int>(area.size()), 0x02, 0x11, 0x22, 0x33, 0x44, 0x55, 0x8F, 0x38, 0x00, 0x00, 115, 36,
+      phy};
   v.insert(v.end(), area.begin(), area.end());
   std::vector<std::byte> in;
   in.reserve(v.size());
   for (int b : v) in.push_back(static_cast<std::byte>(b));
-  return std::unique_ptr<NeighborReport>(
-      dynamic_cast<NeighborReport*>(Element::make(in).release()));
+  return std::unique_ptr<NeighborReport>(dynamic_cast<NeighborReport*>(Element::make(in).release()));
 }
 
 TEST(NeighborReport, ListsSubelementIdsWhileAHeaderFits) {
-  struct Row { std::vector<int> area; std::vector<int> ids; };
+  struct Row {
+    std::vector<int> area;
+    std::vector<int> ids;
+  };
   Row const rows[] = {
       {{}, {}},
       {{0x01, 0x00, 0x02}, {1}},  // the second header lacks its length octet
@@ -96,8 +99,8 @@ TEST(NeighborReport, Table) {
 }
 
 TEST(NeighborReport, CompanionTypesPrintTheirNames) {
-  EXPECT_EQ(fmt::format("{} {} {} {} {}", Elem::PhyType{2}, Elem::PhyType{3}, Elem::PhyType{4},
-                        Elem::PhyType{14}, Elem::PhyType{15}),
+  EXPECT_EQ(fmt::format("{} {} {} {} {}", Elem::PhyType{2}, Elem::PhyType{3}, Elem::PhyType{4}, Elem::PhyType{14},
+                        Elem::PhyType{15}),
             "DSSS <unknown> OFDM HE <unknown>");
   EXPECT_EQ(fmt::format("{}|{}|{}|{}|{}", SubID{0}, SubID{6}, SubID{7}, SubID{197}, SubID{221}),
             "<ID 0>|Wide Bandwidth Channel|<ID 7>|SSID|Vendor Specific");

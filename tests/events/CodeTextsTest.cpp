@@ -16,27 +16,38 @@ struct Row {
 };
 
 TEST(CodeTexts, ReasonCodesAndTheGapsBetweenThem) {
-  for (auto const& r : {Row{0, "<unknown>"}, {1, "unspecified"}, {3, "STA is leaving"},
-                        {8, "STA is leaving"}, {9, "not authenticated"}, {10, "<unknown>"},
-                        {11, "<unknown>"}, {12, "BSS transition management"}, {15, "kick out"},
-                        {16, "<unknown>"}, {17, "<unknown>"}, {18, "invalid group cipher"},
-                        {22, "RSN required"}, {23, "<unknown>"}, {31, "<unknown>"}, {32, "QoS"},
-                        {36, "STA is leaving"}, {39, "timeout"}, {40, "<unknown>"},
-                        {45, "cipher suite not supported"}, {46, "<unknown>"}, {251, "<unknown>"},
-                        {252, "local clean-up"}, {253, "<unknown>"}, {0xffffffff, "<unknown>"}}) {
+  for (auto const& r :
+       {Row{0, "<unknown>"},      {1, "unspecified"}, {3, "STA is leaving"},   {8, "STA is leaving"},
+        {9, "not authenticated"}, {10, "<unknown>"},  {11, "<unknown>"},       {12, "BSS transition management"},
+        {15, "kick out"},         {16, "<unknown>"},  {17, "<unknown>"},       {18, "invalid group cipher"},
+        {22, "RSN required"},     {23, "<unknown>"},  {31, "<unknown>"},       {32, "QoS"},
+        {36, "STA is leaving"},   {39, "timeout"},    {40, "<unknown>"},       {45, "cipher suite not supported"},
+        {46, "<unknown>"},        {251, "<unknown>"}, {252, "local clean-up"}, {253, "<unknown>"},
+        {0xffffffff, "<unknown>"}}) {
     EXPECT_EQ(ieee80211_reason_to_string(r.code), r.text) << "reason " << r.code;
   }
 }
 
 TEST(CodeTexts, StatusCodesAndTheGapsBetweenThem) {
-  for (auto const& r : {Row{0, "success"}, {1, "unspecified error"}, {2, "<unknown>"},
-                        {9, "<unknown>"}, {10, "capabilities mismatch"}, {16, "timeout"},
-                        {17, "too many STAs"}, {22, "too many STAs"}, {23, "rates"},
-                        {24, "<unknown>"}, {25, "missing Short Slot Time support"},
+  for (auto const& r : {Row{0, "success"},
+                        {1, "unspecified error"},
+                        {2, "<unknown>"},
+                        {9, "<unknown>"},
+                        {10, "capabilities mismatch"},
+                        {16, "timeout"},
+                        {17, "too many STAs"},
+                        {22, "too many STAs"},
+                        {23, "rates"},
+                        {24, "<unknown>"},
+                        {25, "missing Short Slot Time support"},
                         {34, "excessive frame loss and/or poor channel condition"},
-                        {38, "invalid parameter(s)"}, {45, "invalid RSNE capabilities"},
-                        {46, "<unknown>"}, {76, "Anti-Clogging Token is required"},
-                        {104, "missing VHT support"}, {105, "radar detected"}, {106, "<unknown>"},
+                        {38, "invalid parameter(s)"},
+                        {45, "invalid RSNE capabilities"},
+                        {46, "<unknown>"},
+                        {76, "Anti-Clogging Token is required"},
+                        {104, "missing VHT support"},
+                        {105, "radar detected"},
+                        {106, "<unknown>"},
                         {0xffffffff, "<unknown>"}}) {
     EXPECT_EQ(ieee80211_status_to_string(r.code), r.text) << "status " << r.code;
   }
@@ -55,12 +66,24 @@ TEST(CodeTexts, TextsSharedBetweenCodesAreOneString) {
 }
 
 TEST(CodeTexts, PhyModesKeepTheDriversOrderAndHonourWidth) {
-  for (auto const& r : {Row{0, "auto"}, {1, "11a"}, {5, "11a turbo"}, {13, "11ng HT40"},
-                        {14, "11na HT40"}, {21, "11ac VHT80+80"}, {22, "11axa HE20"},
-                        {23, "11axg HE20"}, {32, "11axa HE80+80"}, {33, "11bea EHT20"},
-                        {34, "11beg EHT20"}, {36, "11bea EHT40-"}, {37, "11beg EHT40+"},
-                        {39, "11bea EHT40"}, {40, "11beg EHT40"}, {43, "11bea EHT320"},
-                        {44, "<unknown>"}, {0xffffffff, "<unknown>"}}) {
+  for (auto const& r : {Row{0, "auto"},
+                        {1, "11a"},
+                        {5, "11a turbo"},
+                        {13, "11ng HT40"},
+                        {14, "11na HT40"},
+                        {21, "11ac VHT80+80"},
+                        {22, "11axa HE20"},
+                        {23, "11axg HE20"},
+                        {32, "11axa HE80+80"},
+                        {33, "11bea EHT20"},
+                        {34, "11beg EHT20"},
+                        {36, "11bea EHT40-"},
+                        {37, "11beg EHT40+"},
+                        {39, "11bea EHT40"},
+                        {40, "11beg EHT40"},
+                        {43, "11bea EHT320"},
+                        {44, "<unknown>"},
+                        {0xffffffff, "<unknown>"}}) {
     EXPECT_EQ(fmt::format("{}", static_cast<ieee80211_phymode>(r.code)), r.text) << r.code;
   }
   EXPECT_EQ(fmt::format("[{:<12}]", IEEE80211_MODE_11A), "[11a         ]");
@@ -68,12 +91,8 @@ TEST(CodeTexts, PhyModesKeepTheDriversOrderAndHonourWidth) {
 }
 
 TEST(CodeTexts, RegulatoryInitiatorAndType) {
-  auto const initiator = [](int value) {
-    return fmt::format("{}", static_cast<nl80211_reg_initiator>(value));
-  };
-  auto const type = [](int value) {
-    return fmt::format("{}", static_cast<nl80211_reg_type>(value));
-  };
+  auto const initiator = [](int value) { return fmt::format("{}", static_cast<nl80211_reg_initiator>(value)); };
+  auto const type = [](int value) { return fmt::format("{}", static_cast<nl80211_reg_type>(value)); };
   EXPECT_EQ(initiator(0), "core");
   EXPECT_EQ(initiator(1), "user");
   EXPECT_EQ(initiator(2), "driver");

@@ -1,7 +1,3 @@
-#include <dirent.h>
-#include <pthread.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdint>
 #include <fstream>
@@ -14,8 +10,11 @@
 
 #include <Poco/AutoPtr.h>
 #include <Poco/NotificationQueue.h>
+#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
 
 #include "LinkPeer.h"
 #include "ny80211/Context.h"
@@ -24,9 +23,9 @@
 namespace Ny80211 {
 namespace {
 
-using ::testing::ThrowsMessage;
 using testing::LinkPeer;
 using testing::multicastCacStarted;
+using ::testing::ThrowsMessage;
 
 // Takes n events off the queue on a thread of its own, as a daemon's
 // consumer does, and returns their frequencies.
@@ -83,8 +82,7 @@ TEST_F(ContextTest, RunsPublishesInOrderAndStops) {
   Context context;
   context.connectEventsWext(publisher);
   context.startEventLoop();
-  EXPECT_THAT([&] { context.startEventLoop(); },
-              ThrowsMessage<Error>("event loop already running"));
+  EXPECT_THAT([&] { context.startEventLoop(); }, ThrowsMessage<Error>("event loop already running"));
 
   // The running loop was left alone: events still arrive, in order.
   LinkPeer peer;

@@ -1,5 +1,3 @@
-#include <sys/epoll.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +9,7 @@
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <netlink/socket.h>
+#include <sys/epoll.h>
 
 #include "LinkPeer.h"
 #include "TraceCapture.h"
@@ -20,9 +19,9 @@
 namespace Ny80211 {
 namespace {
 
-using ::testing::ThrowsMessage;
 using testing::LinkPeer;
 using testing::multicastCacStarted;
+using ::testing::ThrowsMessage;
 using testing::TraceCapture;
 using testing::TraceLine;
 using P = trace::Provider;
@@ -79,9 +78,8 @@ TEST_F(EventSocketTest, WextSocketPublishesAthEventsAndIgnoresRealLinkMessagesSi
   EXPECT_EQ(cac->frequency(), 5260U);
   // The veth pair's messages came first on the same socket and left no trace.
   EXPECT_EQ(trace.lines(),
-            (std::vector<TraceLine>{
-                {P::Event, L::Info, "wlan1: STA 02:11:22:33:44:55 requests neighbor report"},
-                {P::Event, L::Info, "wlan0: CAC timer started on 5260 MHz (channel 52)"}}));
+            (std::vector<TraceLine>{{P::Event, L::Info, "wlan1: STA 02:11:22:33:44:55 requests neighbor report"},
+                                    {P::Event, L::Info, "wlan0: CAC timer started on 5260 MHz (channel 52)"}}));
 }
 
 TEST_F(EventSocketTest, ReceiverReadsOnlyOnEpollIn) {

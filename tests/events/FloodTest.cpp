@@ -4,9 +4,6 @@
 // losses from the library's: whatever the kernel queued must reach the
 // consumer, whatever it dropped must have been announced by the overrun line,
 // and the loop must go on. Measuring, not testing: NY80211_FLOOD_SWEEP.
-#include <poll.h>
-#include <sys/epoll.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -27,6 +24,8 @@
 #include <gtest/gtest.h>
 #include <netlink/msg.h>
 #include <netlink/socket.h>
+#include <poll.h>
+#include <sys/epoll.h>
 
 #include "LinkPeer.h"
 #include "ny80211/Context.h"
@@ -64,8 +63,8 @@ Listener listener() {
     int protocol = -1;
     std::uint64_t port = 0, groups = 0, wmem = 0, dump = 0, locks = 0;
     Listener l;
-    fields >> sk >> protocol >> port >> std::hex >> groups >> std::dec >> l.queuedBytes >> wmem >>
-        dump >> locks >> l.dropped;
+    fields >> sk >> protocol >> port >> std::hex >> groups >> std::dec >> l.queuedBytes >> wmem >> dump >> locks >>
+        l.dropped;
     if (protocol == NETLINK_ROUTE && port != 0 && (groups & (1U << (RTNLGRP_LINK - 1))) != 0) {
       found.push_back(l);
     }
@@ -211,9 +210,8 @@ class Flood {
   Poco::NotificationQueue queue_;
   NyEvent::Publisher publisher_{queue_};
   Consumer consumer_{queue_};
-  testing::WextMessage const event_{{.athEvent = Event::CacStarted::athEvent,
-                                     .payload = testing::bytesOf(floodFrequency),
-                                     .ifName = "wlan0"}};
+  testing::WextMessage const event_{
+      {.athEvent = Event::CacStarted::athEvent, .payload = testing::bytesOf(floodFrequency), .ifName = "wlan0"}};
   std::uint64_t sent_ = 0;
 
  public:
@@ -260,8 +258,7 @@ TEST_P(Floods, LoseNothingUnannouncedAndTheLoopGoesOn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Floods,
-                         ::testing::Values(Row{"Held", 3000, 0, true},
-                                           Row{"AsFastAsItCan", 20000, 0, false},
+                         ::testing::Values(Row{"Held", 3000, 0, true}, Row{"AsFastAsItCan", 20000, 0, false},
                                            Row{"Paced", 3000, 20000, false}),
                          [](auto const& info) { return std::string(info.param.name); });
 
@@ -270,8 +267,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, Floods,
 // stop nor serve its other descriptors.
 TEST_F(FloodTest, MultipartFlaggedEventLeavesTheLoopStoppable) {
   Flood flood;
-  testing::WextMessage const multipart({.athEvent = Event::CacStarted::athEvent,
-                                        .payload = testing::bytesOf(floodFrequency)});
+  testing::WextMessage const multipart(
+      {.athEvent = Event::CacStarted::athEvent, .payload = testing::bytesOf(floodFrequency)});
   nlmsg_hdr(multipart.msg)->nlmsg_flags |= NLM_F_MULTI;
   flood.multicast(multipart.msg);
   expectEveryLossAnnounced(flood.settle());
@@ -336,8 +333,8 @@ TEST_F(FloodTest, SoakKeepsTheProcessItsSize) {
   auto const late = residentBytes();
   expectEveryLossAnnounced(outcome);
   std::cout << fmt::format("{} events in {:.1f} s, {} dropped; resident {} KiB after {}, {} KiB after all\n",
-                           outcome.sent, std::chrono::duration<double>(Clock::now() - start).count(),
-                           outcome.dropped, early / 1024, warmUp, late / 1024);
+                           outcome.sent, std::chrono::duration<double>(Clock::now() - start).count(), outcome.dropped,
+                           early / 1024, warmUp, late / 1024);
   if (sanitized) return;
   // Two of the allocator's 128 KiB trim steps: a leak of one small block
   // per event would grow it by megabytes.

@@ -5,10 +5,6 @@
 // root process may do and which real rtnetlink listeners receive like the
 // kernel's own; links made, renamed and removed there.
 
-#include <net/if.h>
-#include <sched.h>
-#include <unistd.h>
-
 #include <exception>
 #include <functional>
 #include <stdexcept>
@@ -16,10 +12,13 @@
 #include <thread>
 
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <netlink/route/link/veth.h>
 #include <netlink/socket.h>
+#include <sched.h>
+#include <unistd.h>
 
 #include "TestMessage.h"
 #include "WextMessage.h"

@@ -35,9 +35,9 @@ using Ny80211::testing::replaced;
 using Ny80211::testing::TestMessage;
 using Ny80211::testing::TraceCapture;
 using Ny80211::testing::TraceLine;
+using ::testing::ThrowsMessage;
 using trace::Level;
 using trace::Provider;
-using ::testing::ThrowsMessage;
 
 using Fill = std::function<void(TestMessage&)>;
 
@@ -75,8 +75,8 @@ void channel(TestMessage& m) {
 Fill scan(std::vector<Bytes> const& freqs, std::vector<Bytes> const& ssids) {
   return [=](TestMessage& m) {
     m.u32(NL80211_ATTR_IFINDEX, lo);
-    for (auto const& [type, list] : {std::pair{NL80211_ATTR_SCAN_FREQUENCIES, freqs},
-                                     std::pair{NL80211_ATTR_SCAN_SSIDS, ssids}}) {
+    for (auto const& [type, list] :
+         {std::pair{NL80211_ATTR_SCAN_FREQUENCIES, freqs}, std::pair{NL80211_ATTR_SCAN_SSIDS, ssids}}) {
       auto* nest = nla_nest_start(m.msg, type);
       for (std::size_t i = 0; i < list.size(); ++i) m.put(static_cast<int>(i), list[i]);
       nla_nest_end_keep_empty(m.msg, nest);
@@ -132,16 +132,13 @@ struct Decoded {
 };
 
 TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
-  std::string const ifcText =
-      "[gen 5] AP 'wlan0' / ID 7 / wiphy ID 1 / MAC 02:00:00:00:01:00 / TX power 20 dBm";
+  std::string const ifcText = "[gen 5] AP 'wlan0' / ID 7 / wiphy ID 1 / MAC 02:00:00:00:01:00 / TX power 20 dBm";
   Decoded const cases[] = {
       {"new wiphy", NL80211_CMD_NEW_WIPHY, wiphy, typeid(Event::WiPhyCreated),
        "wiphy created: [gen 7] wiphy 'phy3' / ID 3 / antenna avail:used RX 11:1 TX 1111:11 / "
        "bands ([])"},
-      {"new interface", NL80211_CMD_NEW_INTERFACE, ifc, typeid(Event::IfcCreated),
-       "ifc created: " + ifcText},
-      {"deleted interface", NL80211_CMD_DEL_INTERFACE, ifc, typeid(Event::IfcDeleted),
-       "ifc deleted: " + ifcText},
+      {"new interface", NL80211_CMD_NEW_INTERFACE, ifc, typeid(Event::IfcCreated), "ifc created: " + ifcText},
+      {"deleted interface", NL80211_CMD_DEL_INTERFACE, ifc, typeid(Event::IfcDeleted), "ifc deleted: " + ifcText},
       {"AP stopped", NL80211_CMD_STOP_AP,
        [](TestMessage& m) {
          m.u32(NL80211_ATTR_WIPHY, 2).u32(NL80211_ATTR_IFINDEX, 7);
@@ -154,8 +151,7 @@ TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
          m.put(NL80211_ATTR_REG_INITIATOR, Bytes{NL80211_REGDOM_SET_BY_COUNTRY_IE});
          m.put(NL80211_ATTR_REG_TYPE, Bytes{NL80211_REGDOM_TYPE_INTERSECTION});
        },
-       typeid(Event::RegDomainChanged),
-       "regdomain (type intersection) for phy 2 changed by country IE"},
+       typeid(Event::RegDomainChanged), "regdomain (type intersection) for phy 2 changed by country IE"},
       {"regulatory values past the enumerations", NL80211_CMD_REG_CHANGE,
        [](TestMessage& m) {
          m.u32(NL80211_ATTR_WIPHY, 2);
@@ -168,8 +164,8 @@ TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
        "MHz"},
       {"scan started", NL80211_CMD_TRIGGER_SCAN, scan({mhz(2412), mhz(5180)}, {{'l', 'a', 'b'}}),
        typeid(Event::ScanStarted), "scan started for VAP lo, scanned freqs [2412, 5180]"},
-      {"scan finished", NL80211_CMD_NEW_SCAN_RESULTS, scan({mhz(5955)}, {}),
-       typeid(Event::ScanFinished), "scan finished for VAP lo, scanned freqs [5955]"},
+      {"scan finished", NL80211_CMD_NEW_SCAN_RESULTS, scan({mhz(5955)}, {}), typeid(Event::ScanFinished),
+       "scan finished for VAP lo, scanned freqs [5955]"},
       {"scan aborted", NL80211_CMD_SCAN_ABORTED, scan({}, {}), typeid(Event::ScanAborted),
        "scan aborted for VAP lo, scanned freqs []"},
   };
@@ -195,8 +191,7 @@ TEST_F(Nl80211Decoder, PublishesEachKnownEventAfterLoggingItsText) {
 
 TEST_F(Nl80211Decoder, KeepsWhatTheTextLeavesOut) {
   TestMessage started(0, false);
-  event(started, NL80211_CMD_TRIGGER_SCAN,
-        scan({mhz(2412), mhz(5180)}, {{'l', 'a', 'b'}, {}, {0, 0xff}}));
+  event(started, NL80211_CMD_TRIGGER_SCAN, scan({mhz(2412), mhz(5180)}, {{'l', 'a', 'b'}, {}, {0, 0xff}}));
   auto const scanStarted = feed(started).cast<Event::ScanStarted>();
   ASSERT_FALSE(scanStarted.isNull());
   EXPECT_EQ(scanStarted->vap().index(), lo);
@@ -217,44 +212,50 @@ TraceLine failed(std::string text) { return {Provider::Event, Level::Err, std::m
 
 TEST_F(Nl80211Decoder, PublishesNothingForBadOrUnknownMessages) {
   Rejected const cases[] = {
-      {"global regulatory change", NL80211_CMD_REG_CHANGE,
+      {"global regulatory change",
+       NL80211_CMD_REG_CHANGE,
        [](TestMessage& m) {
          m.put(NL80211_ATTR_REG_INITIATOR, Bytes{NL80211_REGDOM_SET_BY_CORE});
          m.put(NL80211_ATTR_REG_TYPE, Bytes{NL80211_REGDOM_TYPE_WORLD});
        },
        {failed("Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found "
                "(type 1)")}},
-      {"empty 4-address flag", NL80211_CMD_NEW_INTERFACE,
+      {"empty 4-address flag",
+       NL80211_CMD_NEW_INTERFACE,
        [](TestMessage& m) {
          ifc(m);
          m.put(NL80211_ATTR_4ADDR, {});
        },
        {failed("Error processing nl80211 event NL80211_CMD_NEW_INTERFACE: attribute (type 83) "
                "payload too small for data type (0 < 1)")}},
-      {"short wdev", NL80211_CMD_STOP_AP,
-       [](TestMessage& m) {
-         m.u32(NL80211_ATTR_WIPHY, 2).u32(NL80211_ATTR_IFINDEX, 7).u32(NL80211_ATTR_WDEV, 1);
-       },
+      {"short wdev",
+       NL80211_CMD_STOP_AP,
+       [](TestMessage& m) { m.u32(NL80211_ATTR_WIPHY, 2).u32(NL80211_ATTR_IFINDEX, 7).u32(NL80211_ATTR_WDEV, 1); },
        {failed("Error processing nl80211 event NL80211_CMD_STOP_AP: attribute (type 153) "
                "payload too small for data type (4 < 8)")}},
-      {"channel switch without channel", NL80211_CMD_CH_SWITCH_NOTIFY,
+      {"channel switch without channel",
+       NL80211_CMD_CH_SWITCH_NOTIFY,
        [](TestMessage& m) { m.u32(NL80211_ATTR_IFINDEX, lo); },
        {failed("Error processing nl80211 event NL80211_CMD_CH_SWITCH_NOTIFY: attribute not "
                "found (type 38)")}},
-      {"trigger scan without SSIDs", NL80211_CMD_TRIGGER_SCAN,
+      {"trigger scan without SSIDs",
+       NL80211_CMD_TRIGGER_SCAN,
        [](TestMessage& m) {
          m.u32(NL80211_ATTR_IFINDEX, lo);
          nla_put_nested(m.msg, NL80211_ATTR_SCAN_FREQUENCIES, TestMessage::nestBody().msg);
        },
        {failed("Error processing nl80211 event NL80211_CMD_TRIGGER_SCAN: attribute not found "
                "(type 45)")}},
-      {"short scan frequency", NL80211_CMD_NEW_SCAN_RESULTS, scan({mhz(2412), {0x6c, 0x09}}, {}),
+      {"short scan frequency",
+       NL80211_CMD_NEW_SCAN_RESULTS,
+       scan({mhz(2412), {0x6c, 0x09}}, {}),
        {failed("Error processing nl80211 event NL80211_CMD_NEW_SCAN_RESULTS: attribute (type 1) "
                "payload too small for data type (2 < 4)")}},
       {"unknown command", NL80211_CMD_NEW_STATION, ifc, {}},
-      {"runt message", -1, [](TestMessage&) {},
-       {{Provider::Cmd, Level::Err,
-         "error processing nl80211 event (ID 0): message too short (16 < 20)"}}},
+      {"runt message",
+       -1,
+       [](TestMessage&) {},
+       {{Provider::Cmd, Level::Err, "error processing nl80211 event (ID 0): message too short (16 < 20)"}}},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.what);
@@ -320,18 +321,22 @@ struct Reader {
 };
 
 std::map<std::string, Reader> const readers{
-    {"channel", {0, channel, [](GenlMessage const& m) {
-       auto const c = ChannelInfo::tryReadFrom(m.attributes());
-       if (!c) return std::string("none");
-       return c->toString() + (c->channelType ? fmt::format(" / type {}", *c->channelType) : "");
-     }}},
-    {"switch", {NL80211_CMD_CH_SWITCH_NOTIFY, channel, [](GenlMessage const& m) {
-       return Event::ChannelSwitched(m).toString();
-     }}},
-    {"interface", {NL80211_CMD_NEW_INTERFACE, ifc, [](GenlMessage const& m) {
-       Event::IfcCreated const e(m);
-       return e.toString() + (e.fourAddr() ? " / 4addr" : "");
-     }}},
+    {"channel",
+     {0, channel,
+      [](GenlMessage const& m) {
+        auto const c = ChannelInfo::tryReadFrom(m.attributes());
+        if (!c) return std::string("none");
+        return c->toString() + (c->channelType ? fmt::format(" / type {}", *c->channelType) : "");
+      }}},
+    {"switch",
+     {NL80211_CMD_CH_SWITCH_NOTIFY, channel,
+      [](GenlMessage const& m) { return Event::ChannelSwitched(m).toString(); }}},
+    {"interface",
+     {NL80211_CMD_NEW_INTERFACE, ifc,
+      [](GenlMessage const& m) {
+        Event::IfcCreated const e(m);
+        return e.toString() + (e.fourAddr() ? " / 4addr" : "");
+      }}},
     {"band channel",
      {0, [](TestMessage& m) { m.u32(NL80211_FREQUENCY_ATTR_FREQ, 5260).u32(NL80211_FREQUENCY_ATTR_MAX_TX_POWER, 0); },
       [](GenlMessage const& m) { return BandAttrFreqs::BandChannelInfo(NestedAttr(m.attributes())).toString(); }}},
@@ -346,18 +351,20 @@ struct AttrRow {
 
 TEST(Nl80211Records, AbsentShortAndRepeatedAttributes) {
   auto const small = [](int type, int size, int needed) {
-    return fmt::format("Error: attribute (type {}) payload too small for data type ({} < {})",
-                       type, size, needed);
+    return fmt::format("Error: attribute (type {}) payload too small for data type ({} < {})", type, size, needed);
   };
   std::string const ch = "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / width 80 MHz";
-  std::string const ch2 = "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz "
-                          "(#155)/ width 80 MHz";
+  std::string const ch2 =
+      "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz "
+      "(#155)/ width 80 MHz";
   std::string const created = "ifc created: [gen 5] AP 'wlan0' / ID 7 / wiphy ID 1 / MAC 02:00:00:00:01:00 ";
   std::string const power = "/ TX power 20 dBm";
   AttrRow const rows[] = {
       {"channel", NL80211_ATTR_WIPHY_FREQ, {}, "none"},
       {"channel", NL80211_ATTR_WIPHY_FREQ, {"6c14"}, small(38, 2, 4)},
-      {"channel", NL80211_ATTR_WIPHY_FREQ, {"6c090000", "6c140000"},
+      {"channel",
+       NL80211_ATTR_WIPHY_FREQ,
+       {"6c090000", "6c140000"},
        "primary 2412 MHz (#  1) / center 5210 MHz (# 42) / width 80 MHz"},
       {"channel", NL80211_ATTR_CENTER_FREQ1, {}, "none"},
       {"channel", NL80211_ATTR_CENTER_FREQ1, {"5a14"}, small(160, 2, 4)},
@@ -379,9 +386,14 @@ TEST(Nl80211Records, AbsentShortAndRepeatedAttributes) {
       {"interface", NL80211_ATTR_SSID, {"6c6162", "6f6c64"}, created + "/ SSID 'lab' " + power},
       {"interface", NL80211_ATTR_WIPHY_FREQ, {"6c14"}, small(38, 2, 4)},
       {"interface", NL80211_ATTR_WIPHY_FREQ, {"3e170000"}, "Error: cannot convert 5950 MHz to channel index"},
-      {"interface", NL80211_ATTR_IFINDEX, {"08000000", "07000000"},
+      {"interface",
+       NL80211_ATTR_IFINDEX,
+       {"08000000", "07000000"},
        "ifc created: [gen 5] AP 'wlan0' / ID 8 / wiphy ID 1 / MAC 02:00:00:00:01:00 " + power},
-      {"band channel", NL80211_FREQUENCY_ATTR_RADAR, {"01000000"}, "freq 5260 MHz (# 52) / max TX power 0 dBm / flags [radar]"},
+      {"band channel",
+       NL80211_FREQUENCY_ATTR_RADAR,
+       {"01000000"},
+       "freq 5260 MHz (# 52) / max TX power 0 dBm / flags [radar]"},
   };
   for (auto const& r : rows) {
     auto const& reader = readers.at(r.record);
@@ -408,8 +420,10 @@ TEST_F(Nl80211Decoder, NamesTheInterfaceAsTheKernelDoesAtEachDecode) {
       auto const created = on(NL80211_CMD_NEW_INTERFACE, ifc).cast<Event::IfcCreated>();
       texts.push_back(fmt::format("{} / {} / {}", NetIfcID(index), created.isNull() ? "" : created->info().ifc.name(),
                                   textOf(on(NL80211_CMD_CH_SWITCH_NOTIFY, channel))));
-      expected.push_back(fmt::format("netifc {0} / {0} / VAP {0} switched to channel: primary 5180 MHz (# 36) / "
-                                     "center 5210 MHz (# 42) / width 80 MHz", name));
+      expected.push_back(
+          fmt::format("netifc {0} / {0} / VAP {0} switched to channel: primary 5180 MHz (# 36) / "
+                      "center 5210 MHz (# 42) / width 80 MHz",
+                      name));
     }
   });
   if (!made) GTEST_SKIP() << "needs root and veth links for a network namespace";

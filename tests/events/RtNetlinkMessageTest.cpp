@@ -59,7 +59,7 @@ TEST(RtNetlinkMessage, OnlyLinkMessagesWithTheAttributesCarryThem) {
     SCOPED_TRACE(c.what);
     WextMessage const message(c.fields);
     RtNetlinkMessage const view(message.msg);
-      EXPECT_EQ(view.isWextEvent(), c.wext);
+    EXPECT_EQ(view.isWextEvent(), c.wext);
     EXPECT_EQ(view.getIfName(), c.name);
     if (!c.wext) {
       EXPECT_EQ(view.wextEventSize(), 0u);
@@ -83,13 +83,11 @@ TEST(RtNetlinkMessage, ANameWithoutItsNulEndsWithItsAttribute) {
 
 TEST(RtNetlinkMessage, TruncatedWirelessPayloads) {
   WextMessage const three({.athEvent = 44, .payload = {1, 2}, .wirelessSize = 3});
-  EXPECT_THAT([&] { RtNetlinkMessage(three.msg).wextEventID(); },
-              ThrowsMessage<Error>("wext event too short (3 < 4)"));
+  EXPECT_THAT([&] { RtNetlinkMessage(three.msg).wextEventID(); }, ThrowsMessage<Error>("wext event too short (3 < 4)"));
   WextMessage const fifteen({.athEvent = 44, .payload = {1, 2}, .wirelessSize = 15});
   RtNetlinkMessage const fifteenView(fifteen.msg);
   EXPECT_EQ(fifteenView.wextEventID(), 0x8C02);
-  EXPECT_THAT([&] { fifteenView.getWextEventData(); },
-              ThrowsMessage<Error>("wext event too short (15 < 16)"));
+  EXPECT_THAT([&] { fifteenView.getWextEventData(); }, ThrowsMessage<Error>("wext event too short (15 < 16)"));
   WextMessage const sixteen({.athEvent = 44, .payload = {1, 2}, .wirelessSize = 16});
   EXPECT_EQ(word(RtNetlinkMessage(sixteen.msg).getWextEventData(), 1), 44);
 }

@@ -55,8 +55,8 @@ Bytes station(std::uint32_t first, std::uint32_t second) {
   put(p, 8, staBytes);
   return p;
 }
-Bytes authorized(std::uint8_t channel, std::uint16_t aid, std::uint16_t phyMode,
-                 std::uint8_t chains, std::uint8_t qam, std::uint16_t vlan) {
+Bytes authorized(std::uint8_t channel, std::uint16_t aid, std::uint16_t phyMode, std::uint8_t chains, std::uint8_t qam,
+                 std::uint16_t vlan) {
   Bytes p(16, 0xEE);
   put(p, 0, staBytes);
   put(p, 6, channel);
@@ -150,39 +150,34 @@ TEST(WextDecoder, EveryAthEventWithItsFieldsAndText) {
       {{.athEvent = 1, .payload = frequency(5500)},
        "ath0: CAC started, or CAC completed status reset, on 5500 MHz (channel 100)",
        frequencyIs<Event::CacReset>(5500)},
-      {{.athEvent = 7, .payload = station(0, 15)},
-       s + " authenticated",
-       as<Event::StaAuthConfirm>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.status()), tuple(sta, 0)); })},
+      {{.athEvent = 7, .payload = station(0, 15)}, s + " authenticated", as<Event::StaAuthConfirm>([](auto& e) {
+         EXPECT_EQ(tuple(e.sta(), e.status()), tuple(sta, 0));
+       })},
       {{.athEvent = 7, .payload = station(15, 0)},
        s + " authentication result: challenge failure (15)",
        as<Event::StaAuthConfirm>([](auto& e) { EXPECT_EQ(e.status(), 15u); })},
-      {{.athEvent = 8, .payload = station(0, 1)},
-       "ath0: STA (re)associated",
-       as<Event::StaAssocConfirm>([](auto& e) { EXPECT_EQ(e.status(), 0u); })},
+      {{.athEvent = 8, .payload = station(0, 1)}, "ath0: STA (re)associated", as<Event::StaAssocConfirm>([](auto& e) {
+         EXPECT_EQ(e.status(), 0u);
+       })},
       {{.athEvent = 8, .payload = station(17, 1)},
        "ath0: STA (re)association result: too many STAs (17)",
        as<Event::StaAssocConfirm>([](auto& e) { EXPECT_EQ(e.status(), 17u); })},
       // The confirm's reason is the first code, the indication's the second.
       {{.athEvent = 9, .payload = station(4, 1)},
        s + " deauthenticated, reason: inactivity (4)",
-       as<Event::StaDeauthConfirm>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 4)); })},
+       as<Event::StaDeauthConfirm>([](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 4)); })},
       {{.athEvent = 10, .payload = station(0, 1)},
        s + " authentication indication",
-       as<Event::StaAuthIndication>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.status()), tuple(sta, 0)); })},
+       as<Event::StaAuthIndication>([](auto& e) { EXPECT_EQ(tuple(e.sta(), e.status()), tuple(sta, 0)); })},
       {{.athEvent = 10, .payload = station(1, 0)},
        s + " authentication indication, status: unspecified error (1)",
        as<Event::StaAuthIndication>([](auto& e) { EXPECT_EQ(e.status(), 1u); })},
       {{.athEvent = 19, .payload = station(4, 3)},
        s + " deauthentication indication, reason: STA is leaving (3)",
-       as<Event::StaDeauthIndication>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 3)); })},
+       as<Event::StaDeauthIndication>([](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 3)); })},
       {{.athEvent = 20, .payload = station(4, 252)},
        s + " disassociation indication, reason: local clean-up (252)",
-       as<Event::StaDisassocIndication>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 252)); })},
+       as<Event::StaDisassocIndication>([](auto& e) { EXPECT_EQ(tuple(e.sta(), e.reason()), tuple(sta, 252)); })},
       {{.athEvent = 21, .payload = station(1, 2)},
        s + " association indication",
        as<Event::StaAssocIndication>([](auto& e) { EXPECT_EQ(e.sta(), sta); })},
@@ -196,19 +191,16 @@ TEST(WextDecoder, EveryAthEventWithItsFieldsAndText) {
        s + " authorized (channel 36 / VLAN 4094 / AID 258 / PHY mode 11axa HE160 / RX:TX chains "
            "4:3 / 256-QAM)",
        as<Event::StaAuthorized>([](auto& e) {
-         EXPECT_EQ(tuple(e.sta(), e.channel(), e.aid(), e.phyMode(), e.rxChains(), e.txChains(),
-                         e.qam256(), e.vlan()),
+         EXPECT_EQ(tuple(e.sta(), e.channel(), e.aid(), e.phyMode(), e.rxChains(), e.txChains(), e.qam256(), e.vlan()),
                    tuple(sta, 36, 258, IEEE80211_MODE_11AXA_HE160, 4, 3, true, 4094));
        })},
       {{.athEvent = 30, .payload = authorized(1, 1, 44, 0x12, 0, 0)},
        s + " authorized (channel 1 / VLAN 0 / AID 1 / PHY mode <unknown> / RX:TX chains 1:2)",
-       as<Event::StaAuthorized>(
-           [](auto& e) { EXPECT_EQ(tuple(+e.phyMode(), e.qam256()), tuple(44, false)); })},
+       as<Event::StaAuthorized>([](auto& e) { EXPECT_EQ(tuple(+e.phyMode(), e.qam256()), tuple(44, false)); })},
       {{.athEvent = 31, .payload = leave(149, 5, 34)},
        s + " left (channel 149 / AID 5), reason: too many missing ACKs (34)",
-       as<Event::StaLeave>([](auto& e) {
-         EXPECT_EQ(tuple(e.sta(), e.channel(), e.aid(), e.reason()), tuple(sta, 149, 5, 34));
-       })},
+       as<Event::StaLeave>(
+           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.channel(), e.aid(), e.reason()), tuple(sta, 149, 5, 34)); })},
       {{.athEvent = 35, .payload = {'w', 'i', 'f', 'i', '2', 0, 'x', 'y', 0, 0, 0, 0, 0, 0, 0, 0}},
        "CAC expired for ifc wifi2",
        as<Event::CacExpired>([](auto& e) { EXPECT_EQ(e.cacIfName(), "wifi2"); })},
@@ -221,8 +213,7 @@ TEST(WextDecoder, EveryAthEventWithItsFieldsAndText) {
            [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.status(), e.reason()), tuple(sta, 0, 8)); })},
       {{.athEvent = 41, .payload = station(37, 1)},
        s + " disassociation result: refused (37), reason: unspecified (1)",
-       as<Event::StaDisassocConfirm>(
-           [](auto& e) { EXPECT_EQ(tuple(e.status(), e.reason()), tuple(37, 1)); })},
+       as<Event::StaDisassocConfirm>([](auto& e) { EXPECT_EQ(tuple(e.status(), e.reason()), tuple(37, 1)); })},
       {{.athEvent = 44, .payload = frequency(5260)},
        "ath0: radar detected on 5260 MHz (channel 52)",
        frequencyIs<Event::RadarDetected>(5260)},
@@ -240,8 +231,7 @@ TEST(WextDecoder, EveryAthEventWithItsFieldsAndText) {
        frequencyIs<Event::NolFinished>(5600)},
       {{.athEvent = 50, .payload = neighbor()},
        s + " requests neighbor report",
-       as<Event::NeighborRequest>(
-           [](auto& e) { EXPECT_EQ(tuple(e.sta(), e.block()), tuple(sta, block())); })},
+       as<Event::NeighborRequest>([](auto& e) { EXPECT_EQ(tuple(e.sta(), e.block()), tuple(sta, block())); })},
       {{.athEvent = 51, .payload = frequency(5745)},
        "ath0: PreCAC started on 5745 MHz (channel 149)",
        frequencyIs<Event::PreCacStarted>(5745)},
@@ -276,9 +266,8 @@ TEST(WextDecoder, PayloadSizesMustMatchTheEvent) {
     std::size_t size;
   };
   for (auto const& [ath, size] :
-       {Size{1, 2}, {7, 24},  {8, 24},  {9, 24},  {10, 24}, {19, 24}, {20, 24}, {21, 24},
-        {22, 24},   {24, 24}, {30, 16}, {31, 16}, {35, 16}, {41, 24}, {44, 2},  {45, 2},
-        {46, 2},    {47, 2},  {48, 2},  {50, 72}, {51, 2},  {52, 2}}) {
+       {Size{1, 2}, {7, 24},  {8, 24},  {9, 24}, {10, 24}, {19, 24}, {20, 24}, {21, 24}, {22, 24}, {24, 24}, {30, 16},
+        {31, 16},   {35, 16}, {41, 24}, {44, 2}, {45, 2},  {46, 2},  {47, 2},  {48, 2},  {50, 72}, {51, 2},  {52, 2}}) {
     for (auto const received : {size - 1, size + 1}) {
       SCOPED_TRACE(fmt::format("ath {} with {} bytes", ath, received));
       expectFailure({.athEvent = ath, .payload = Bytes(received, 1)}, Provider::Event,
@@ -308,8 +297,7 @@ TEST(WextDecoder, OtherLinkMessagesAndUnknownEventsAreIgnoredSilently) {
            Case{"link message of 8 bytes", {.athEvent = 44, .payload = radar, .linkSize = 8}},
            Case{"link message of 0 bytes", {.athEvent = 44, .payload = radar, .linkSize = 0}},
            // Header, ifinfomsg, IFLA_IFNAME, then part of IFLA_WIRELESS.
-           Case{"cut inside IFLA_WIRELESS",
-                {.athEvent = 44, .payload = radar, .linkSize = 16 + 12 + 4 + 10}},
+           Case{"cut inside IFLA_WIRELESS", {.athEvent = 44, .payload = radar, .linkSize = 16 + 12 + 4 + 10}},
        }) {
     SCOPED_TRACE(c.what);
     auto const out = decode(c.fields);
@@ -361,8 +349,7 @@ TEST(WextDecoder, ConstructorsRefuseOtherEvents) {
   EXPECT_THAT([&] { Event::CacStarted{RtNetlinkMessage(radar.msg)}; },
               ThrowsMessage<Error>("unexpected ath event ID (44 != 45)"));
   WextMessage const link({.wireless = false});
-  EXPECT_THAT([&] { Event::RadarDetected{RtNetlinkMessage(link.msg)}; },
-              ThrowsMessage<Error>("not a wext event"));
+  EXPECT_THAT([&] { Event::RadarDetected{RtNetlinkMessage(link.msg)}; }, ThrowsMessage<Error>("not a wext event"));
 }
 
 }  // namespace

@@ -1,9 +1,3 @@
-#include <net/if.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <fstream>
 #include <functional>
 #include <string>
@@ -14,6 +8,11 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "TestMessage.h"
 #include "ny80211/Error.h"
@@ -47,8 +46,7 @@ TEST(Identifiers, NamesResolveAgainstTheSystem) {
 
   // The failure names the type of the object looking up, which inside a
   // constructor is still the base.
-  EXPECT_EQ(errorText([] { VapID{std::string("nosuchifc0")}; }),
-            "netifc lookup failed for name 'nosuchifc0' (19)");
+  EXPECT_EQ(errorText([] { VapID{std::string("nosuchifc0")}; }), "netifc lookup failed for name 'nosuchifc0' (19)");
   EXPECT_EQ(errorText([&] { VapID(byName).nameToIndex("nosuchifc0"); }),
             "VAP lookup failed for name 'nosuchifc0' (19)");
 }
@@ -74,9 +72,16 @@ bool withPhyIndexFile(std::string const& content, std::function<void()> const& f
 }
 
 TEST(Identifiers, PhyIndexFileMustHoldOneDecimalNumber) {
-  struct Row { char const* content; char const* expected; };
-  for (auto const& r : {Row{"0\n", "0"}, {"12\n", "12"}, {"4294967295\n", "4294967295"},
-                        {"-1\n", nullptr}, {"4294967296\n", nullptr}, {"7x\n", nullptr},
+  struct Row {
+    char const* content;
+    char const* expected;
+  };
+  for (auto const& r : {Row{"0\n", "0"},
+                        {"12\n", "12"},
+                        {"4294967295\n", "4294967295"},
+                        {"-1\n", nullptr},
+                        {"4294967296\n", nullptr},
+                        {"7x\n", nullptr},
                         {"", nullptr}}) {
     std::string got;
     if (!withPhyIndexFile(r.content, [&] {
@@ -88,8 +93,7 @@ TEST(Identifiers, PhyIndexFileMustHoldOneDecimalNumber) {
         })) {
       GTEST_SKIP() << "needs root for a mount namespace";
     }
-    EXPECT_EQ(got, r.expected ? r.expected
-                              : "error reading phy index from /sys/class/ieee80211/phy9/index")
+    EXPECT_EQ(got, r.expected ? r.expected : "error reading phy index from /sys/class/ieee80211/phy9/index")
         << r.content;
   }
 }
@@ -108,8 +112,7 @@ TEST(Identifiers, FormatEveryLetterAndRejectOthers) {
       {fmt::format("{}|{}|{:i}|{:t}", WDevID(0), WDevID(), WDevID(), WDevID()),
        "wdev 0|wdev <undefined>|<undefined>|wdev"},
       {fmt::format("{}|{:i}|{:n}|{:t}", lo, lo, lo, lo), "netifc lo|" + loIndex + "|lo|netifc"},
-      {fmt::format("{}|{:i}|{:n}|{:t}", VapID(lo), VapID(lo), VapID(lo), VapID(lo)),
-       "VAP lo|" + loIndex + "|lo|VAP"},
+      {fmt::format("{}|{:i}|{:n}|{:t}", VapID(lo), VapID(lo), VapID(lo), VapID(lo)), "VAP lo|" + loIndex + "|lo|VAP"},
       {fmt::format("{}|{:i}|{:n}|{:t}", NetIfcID(), VapID(), VapID(), VapID()),
        "<undefined>|<undefined>|<undefined>|<undefined>"},
   };
@@ -119,8 +122,7 @@ TEST(Identifiers, FormatEveryLetterAndRejectOthers) {
     auto const rejects = [&](auto const& id) {
       return errorText([&] { (void)fmt::format(fmt::runtime(pattern), id); }) == "invalid format";
     };
-    EXPECT_TRUE(rejects(WiPhyID(1)) && rejects(WDevID()) && rejects(NetIfcID()) && rejects(VapID(lo)))
-        << pattern;
+    EXPECT_TRUE(rejects(WiPhyID(1)) && rejects(WDevID()) && rejects(NetIfcID()) && rejects(VapID(lo))) << pattern;
   }
   EXPECT_EQ(errorText([] { (void)fmt::format(fmt::runtime("{:n}"), WDevID(1)); }), "invalid format");
 }
@@ -132,9 +134,8 @@ std::vector<std::pair<int, unsigned long>> written(Id const& id) {
   auto stream = m.stream();
   id.writeTo(stream);
   std::vector<std::pair<int, unsigned long>> attrs;
-  m.stream().forEachAttr([&](nlattr* a) {
-    attrs.emplace_back(nla_type(a), nla_len(a) == 8 ? nla_get_u64(a) : nla_get_u32(a));
-  });
+  m.stream().forEachAttr(
+      [&](nlattr* a) { attrs.emplace_back(nla_type(a), nla_len(a) == 8 ? nla_get_u64(a) : nla_get_u32(a)); });
   return attrs;
 }
 

@@ -64,9 +64,12 @@ Bytes vendor(std::uint8_t kind, Bytes const& data, std::uint8_t versionLow = 1) 
 // The attributes of a BSS in the kernel's order, with these elements.
 Attrs bssAttrs(Bytes const& ies, std::uint32_t mhz = 5180) {
   using Ny80211::testing::bytesOf;
-  return {{NL80211_BSS_BSSID, {0x02, 0, 0, 0, 0x01, 0}}, {NL80211_BSS_FREQUENCY, bytesOf(mhz)},
-          {NL80211_BSS_CHAN_WIDTH, bytesOf(std::uint32_t{0})}, {NL80211_BSS_SEEN_MS_AGO, bytesOf(std::uint32_t{112})},
-          {NL80211_BSS_SIGNAL_MBM, bytesOf(std::int32_t{-2700})}, {NL80211_BSS_BEACON_INTERVAL, bytesOf(std::uint16_t{100})},
+  return {{NL80211_BSS_BSSID, {0x02, 0, 0, 0, 0x01, 0}},
+          {NL80211_BSS_FREQUENCY, bytesOf(mhz)},
+          {NL80211_BSS_CHAN_WIDTH, bytesOf(std::uint32_t{0})},
+          {NL80211_BSS_SEEN_MS_AGO, bytesOf(std::uint32_t{112})},
+          {NL80211_BSS_SIGNAL_MBM, bytesOf(std::int32_t{-2700})},
+          {NL80211_BSS_BEACON_INTERVAL, bytesOf(std::uint16_t{100})},
           {NL80211_BSS_CAPABILITY, bytesOf(std::uint16_t{0x0411})},
           {NL80211_BSS_LAST_SEEN_BOOTTIME, bytesOf(std::uint64_t{14544000000})},
           {NL80211_BSS_INFORMATION_ELEMENTS, ies}};
@@ -108,36 +111,50 @@ INSTANTIATE_TEST_SUITE_P(
     AccessPoints, BssChannel,
     ::testing::Values(
         ChannelCase{"Legacy2G", 2412, {}, "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)"},
-        ChannelCase{"Ht20", 2412, ht(1, 0, false), "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)"},
-        ChannelCase{"Ht40Above", 2437, ht(6, 1, true), "primary 2437 MHz (#  6) / center 2447 MHz (#  8) / width 40 MHz"},
-        ChannelCase{"Ht40Below", 5200, ht(40, 3, true), "primary 5200 MHz (# 40) / center 5190 MHz (# 38) / width 40 MHz"},
-        ChannelCase{"Ht40BelowNarrowStations", 5200, ht(40, 3, false), "primary 5200 MHz (# 40) / center 5200 MHz (# 40) / width 20 MHz (HT)"},
+        ChannelCase{"Ht20", 2412, ht(1, 0, false),
+                    "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)"},
+        ChannelCase{"Ht40Above", 2437, ht(6, 1, true),
+                    "primary 2437 MHz (#  6) / center 2447 MHz (#  8) / width 40 MHz"},
+        ChannelCase{"Ht40Below", 5200, ht(40, 3, true),
+                    "primary 5200 MHz (# 40) / center 5190 MHz (# 38) / width 40 MHz"},
+        ChannelCase{"Ht40BelowNarrowStations", 5200, ht(40, 3, false),
+                    "primary 5200 MHz (# 40) / center 5200 MHz (# 40) / width 20 MHz (HT)"},
         ChannelCase{"HtReservedOffset", 5200, ht(40, 2, true), ""},
-        ChannelCase{"Vht80", 5180, ht(36, 1, true) + vht(1, 42, 0), "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / width 80 MHz"},
-        ChannelCase{"Vht160", 5180, ht(36, 1, true) + vht(1, 42, 50), "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
-        ChannelCase{"Vht160InHtSegment", 5180, ht(36, 1, true, 50) + vht(1, 42, 0), "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
+        ChannelCase{"Vht80", 5180, ht(36, 1, true) + vht(1, 42, 0),
+                    "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / width 80 MHz"},
+        ChannelCase{"Vht160", 5180, ht(36, 1, true) + vht(1, 42, 50),
+                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
+        ChannelCase{"Vht160InHtSegment", 5180, ht(36, 1, true, 50) + vht(1, 42, 0),
+                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
         ChannelCase{"VhtBothSecondSegments", 5180, ht(36, 1, true, 50) + vht(1, 42, 50), ""},
-        ChannelCase{"Vht80Plus80", 5180, ht(36, 1, true) + vht(1, 42, 155), "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz (#155)/ width 80+80 MHz"},
+        ChannelCase{"Vht80Plus80", 5180, ht(36, 1, true) + vht(1, 42, 155),
+                    "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz (#155)/ width 80+80 MHz"},
         ChannelCase{"VhtSegmentsTooClose", 5180, ht(36, 1, true) + vht(1, 42, 52), ""},
-        ChannelCase{"Vht160Deprecated", 5180, ht(36, 1, true) + vht(2, 50, 0), "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
+        ChannelCase{"Vht160Deprecated", 5180, ht(36, 1, true) + vht(2, 50, 0),
+                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
         ChannelCase{"VhtNarrowStations", 5180, ht(36, 1, false) + vht(1, 42, 0), ""},
-        ChannelCase{"VhtNarrowStations20", 5180, ht(36, 0, false) + vht(0, 0, 0), "primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)"},
+        ChannelCase{"VhtNarrowStations20", 5180, ht(36, 0, false) + vht(0, 0, 0),
+                    "primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)"},
         ChannelCase{"VhtWithoutHt", 5180, vht(1, 42, 0), ""},
-        ChannelCase{"He6Ghz80", 6135, he6(37, 2, 39, 0), "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / width 80 MHz"},
-        ChannelCase{"He6Ghz160", 6135, he6(37, 3, 39, 47), "primary 6135 MHz (# 37) / center 6185 MHz (# 47) / width 160 MHz"},
-        ChannelCase{"He6Ghz80Plus80", 6135, he6(37, 3, 39, 71), "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / center2 6305 MHz (# 71)/ width 80+80 MHz"},
+        ChannelCase{"He6Ghz80", 6135, he6(37, 2, 39, 0),
+                    "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / width 80 MHz"},
+        ChannelCase{"He6Ghz160", 6135, he6(37, 3, 39, 47),
+                    "primary 6135 MHz (# 37) / center 6185 MHz (# 47) / width 160 MHz"},
+        ChannelCase{"He6Ghz80Plus80", 6135, he6(37, 3, 39, 71),
+                    "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / center2 6305 MHz (# 71)/ width 80+80 MHz"},
         ChannelCase{"He6GhzSegmentsTooClose", 6135, he6(37, 3, 39, 51), ""},
-        ChannelCase{"Eht320", 6135, he6(37, 3, 39, 47) + eht(4, 47, 63), "primary 6135 MHz (# 37) / center 6265 MHz (# 63) / width <unknown>"},
-        ChannelCase{"Eht160OnHtPrimary", 5180, ht(36, 1, true) + vht(1, 42, 50) + eht(3, 42, 50), "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
+        ChannelCase{"Eht320", 6135, he6(37, 3, 39, 47) + eht(4, 47, 63),
+                    "primary 6135 MHz (# 37) / center 6265 MHz (# 63) / width <unknown>"},
+        ChannelCase{"Eht160OnHtPrimary", 5180, ht(36, 1, true) + vht(1, 42, 50) + eht(3, 42, 50),
+                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
         ChannelCase{"EhtReservedWidth", 6135, he6(37, 3, 39, 47) + eht(5, 47, 63), ""},
         ChannelCase{"EhtWithoutPrimary", 5180, vht(1, 42, 0) + eht(2, 42, 0), ""}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST(Bss, ReadsEveryFieldOfAScanResult) {
-  auto const result =
-      ScanResult(ssid("lab 5") + ht(36, 1, true) + vht(1, 42, 0) + vendor(8, {'A', 'P', '-', '7'}) +
-                 Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0})
-          .read();
+  auto const result = ScanResult(ssid("lab 5") + ht(36, 1, true) + vht(1, 42, 0) + vendor(8, {'A', 'P', '-', '7'}) +
+                                 Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0})
+                          .read();
   auto const& bss = result.bss;
   EXPECT_EQ(result.ifc.index(), 1u);
   EXPECT_EQ(fmt::format("{}", bss.bssid), "02:00:00:00:01:00");
@@ -195,25 +212,42 @@ TEST(Bss, BrokenElementsAndChannelsAreLoggedInOrderAndTheReadGoesOn) {
   Bytes const utf8{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0};
   Logged const rows[] = {
       // The HT element is sound, the vendor element claims 9 bytes and has 4.
-      {"BrokenVendor", 5180, ssid("lab") + ht(36, 1, true) + Bytes{221, 9, 0x02, 0x51, 0x54, 8},
+      {"BrokenVendor",
+       5180,
+       ssid("lab") + ht(36, 1, true) + Bytes{221, 9, 0x02, 0x51, 0x54, 8},
        "'lab' type 3 primary 5180 MHz (# 36) / center 5190 MHz (# 38) / width 40 MHz",
        {"broken element @ (29/35): too short (6 < 11)"}},
-      {"WellFramedOfTheWrongLength", 5180, Bytes{192, 4, 1, 42, 0, 0} + ssid("late"), "''" + at5180,
+      {"WellFramedOfTheWrongLength",
+       5180,
+       Bytes{192, 4, 1, 42, 0, 0} + ssid("late"),
+       "''" + at5180,
        {"broken element @ (0/12): wrong length (4 != 5)"}},
       {"TrailingByte", 5180, ssid("lab") + Bytes{0}, "'lab'" + at5180, {"broken element @ (5/6): too short (1 < 2)"}},
       // An empty extension element takes its extension ID from the next byte.
       {"EmptyExtension", 5180, Bytes{255, 0} + ssid("lab"), "'lab'" + at5180, {}},
-      {"EmptyExtensionLast", 5180, ssid("lab") + Bytes{255, 0}, "'lab'" + at5180,
+      {"EmptyExtensionLast",
+       5180,
+       ssid("lab") + Bytes{255, 0},
+       "'lab'" + at5180,
        {"broken element @ (5/7): too short (2 < 3)"}},
-      {"LaterSsidAndCapabilitiesWin", 5180, utf8 + ssid("one") + ssid("two") + Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0, 0},
-       "'two'" + at5180, {}},
+      {"LaterSsidAndCapabilitiesWin",
+       5180,
+       utf8 + ssid("one") + ssid("two") + Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0, 0},
+       "'two'" + at5180,
+       {}},
       {"HtPrimaryZero", 2412, ssid("lab") + ht(0, 0, false), "'lab' type 0 no channel", {band0}},
       {"SecondHtBroken", 2412, ht(1, 1, true) + ht(0, 0, false) + ssid("lab"), "'lab' type 3 no channel", {band0}},
-      {"CentreZeroAtTheEnd", 5180, ht(36, 1, true) + vht(1, 0, 0), "'' type 3 no channel",
+      {"CentreZeroAtTheEnd",
+       5180,
+       ht(36, 1, true) + vht(1, 0, 0),
+       "'' type 3 no channel",
        {bad + "cannot convert channel index 0 in band 1 to frequency"}},
       {"NoChannelNumberForTheFallback", 2407, ssid("lab"), "'lab' type 0 no channel", {band0}},
-      {"BrokenElementThenBadChannel", 2412, ht(0, 0, false) + ssid("lab") + utf8 + Bytes{221, 9, 2},
-       "'lab' utf8 type 0 no channel", {"broken element @ (39/42): too short (3 < 11)", band0}},
+      {"BrokenElementThenBadChannel",
+       2412,
+       ht(0, 0, false) + ssid("lab") + utf8 + Bytes{221, 9, 2},
+       "'lab' utf8 type 0 no channel",
+       {"broken element @ (39/42): too short (3 < 11)", band0}},
   };
   for (auto const& r : rows) {
     SCOPED_TRACE(r.name);
@@ -241,7 +275,9 @@ TEST(Bss, AbsentShortRepeatedAndReorderedAttributes) {
       {NL80211_BSS_STATUS, {"0700"}, "Error: attribute (type 9) payload too small for data type (2 < 4)"},
       {NL80211_BSS_STATUS, {"07000000", "08000000"}, "02:00:00:00:01:00 status 7" + rest},
       {NL80211_BSS_BSSID, {"020000000200", "020000000100"}, "02:00:00:00:02:00 status -" + rest},
-      {NL80211_BSS_BSSID, {"0200000002", "020000000100"}, "Error: attribute (type 1) payload too small for data type (5 < 6)"},
+      {NL80211_BSS_BSSID,
+       {"0200000002", "020000000100"},
+       "Error: attribute (type 1) payload too small for data type (5 < 6)"},
       {NL80211_BSS_INFORMATION_ELEMENTS, {"00036c6162", "000374776f"}, "02:00:00:00:01:00 status -" + rest},
   };
   for (bool const reorder : {false, true}) {
@@ -251,8 +287,9 @@ TEST(Bss, AbsentShortRepeatedAndReorderedAttributes) {
       if (reorder) std::stable_sort(attrs.begin(), attrs.end(), [](auto& a, auto& b) { return a.first > b.first; });
       EXPECT_EQ(outcome([&] {
                   auto const b = ScanResult(attrs).read().bss;
-                  return fmt::format("{} status {} / {} MHz / '{}' / {}", b.bssid, b.status ? std::to_string(*b.status) : "-",
-                                     b.frequency, b.getRawSSID(), b.channel ? b.channel->toString() : "");
+                  return fmt::format("{} status {} / {} MHz / '{}' / {}", b.bssid,
+                                     b.status ? std::to_string(*b.status) : "-", b.frequency, b.getRawSSID(),
+                                     b.channel ? b.channel->toString() : "");
                 }),
                 r.read)
           << "attribute " << r.type << " x" << r.payloads.size() << (reorder ? " reordered" : "");

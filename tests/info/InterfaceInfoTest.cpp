@@ -59,23 +59,27 @@ TEST(InterfaceInfo, ReadsAndPrintsTheOptionalPartsAndClearsThemOnARead) {
 }
 
 TEST(InterfaceInfo, MissingAndShortAttributesFail) {
-  for (int type : {NL80211_ATTR_IFINDEX, NL80211_ATTR_IFNAME, NL80211_ATTR_WIPHY,
-                   NL80211_ATTR_IFTYPE, NL80211_ATTR_WDEV, NL80211_ATTR_MAC,
-                   NL80211_ATTR_GENERATION, NL80211_ATTR_WIPHY_TX_POWER_LEVEL}) {
+  for (int type : {NL80211_ATTR_IFINDEX, NL80211_ATTR_IFNAME, NL80211_ATTR_WIPHY, NL80211_ATTR_IFTYPE,
+                   NL80211_ATTR_WDEV, NL80211_ATTR_MAC, NL80211_ATTR_GENERATION, NL80211_ATTR_WIPHY_TX_POWER_LEVEL}) {
     TestMessage m;
     ifc(m, type);
     EXPECT_THROW(InterfaceInfo().readFrom(m.stream()), AttrNotFound) << "without " << type;
   }
-  struct Row { int type; std::size_t size; std::size_t needed; };
-  for (auto const& r : {Row{NL80211_ATTR_WDEV, 4, 8}, {NL80211_ATTR_MAC, 5, 6},
-                        {NL80211_ATTR_WIPHY_TX_POWER_LEVEL, 3, 4}, {351, 4, 6}}) {
+  struct Row {
+    int type;
+    std::size_t size;
+    std::size_t needed;
+  };
+  for (auto const& r : {Row{NL80211_ATTR_WDEV, 4, 8},
+                        {NL80211_ATTR_MAC, 5, 6},
+                        {NL80211_ATTR_WIPHY_TX_POWER_LEVEL, 3, 4},
+                        {351, 4, 6}}) {
     TestMessage m;
     m.put(r.type, Bytes(r.size));  // first occurrence wins
     ifc(m);
     EXPECT_THAT([&] { InterfaceInfo().readFrom(m.stream()); },
-                ThrowsMessage<Error>(fmt::format(
-                    "attribute (type {}) payload too small for data type ({} < {})", r.type,
-                    r.size, r.needed)));
+                ThrowsMessage<Error>(fmt::format("attribute (type {}) payload too small for data type ({} < {})",
+                                                 r.type, r.size, r.needed)));
   }
 }
 
@@ -94,14 +98,13 @@ TEST(InterfaceInfo, ValuesPastTheKernelsEnumerationsAreKeptAndPrintUnknown) {
 }
 
 TEST(InterfaceInfo, TypeTextsHonourWidthFillAndAlignment) {
-  char const* const texts[] = {"unspecified", "ad-hoc", "station", "AP", "AP VLAN", "WDS",
-                               "monitor", "mesh point", "P2P client", "P2P group owner",
-                               "P2P device", "OCB", "not a netdev", "<unknown>"};
+  char const* const texts[] = {"unspecified", "ad-hoc",  "station",      "AP",         "AP VLAN",
+                               "WDS",         "monitor", "mesh point",   "P2P client", "P2P group owner",
+                               "P2P device",  "OCB",     "not a netdev", "<unknown>"};
   for (int type = 0; type < 14; ++type) {
     EXPECT_EQ(fmt::format("{}", static_cast<nl80211_iftype>(type)), texts[type]);
   }
-  EXPECT_EQ(fmt::format("[{:*^6}|{:<9}]", NL80211_IFTYPE_AP, NL80211_IFTYPE_WDS),
-            "[**AP**|WDS      ]");
+  EXPECT_EQ(fmt::format("[{:*^6}|{:<9}]", NL80211_IFTYPE_AP, NL80211_IFTYPE_WDS), "[**AP**|WDS      ]");
 }
 
 }  // namespace

@@ -17,9 +17,16 @@ AttrSsid ssidOf(std::string const& text) {
 }
 
 TEST(AttrSsid, KeepsEveryByteAndEscapesWhatALogCouldNotShow) {
-  struct Row { std::string ssid; char const* text; };
-  for (auto const& r : {Row{"", ""}, {" ", "\\x20"}, {"two words", "two words"},
-                        {"  x  ", "\\x20 x \\x20"}, {"a\\x", "a\\x5cx"}, {" !~", "\\x20!~"},
+  struct Row {
+    std::string ssid;
+    char const* text;
+  };
+  for (auto const& r : {Row{"", ""},
+                        {" ", "\\x20"},
+                        {"two words", "two words"},
+                        {"  x  ", "\\x20 x \\x20"},
+                        {"a\\x", "a\\x5cx"},
+                        {" !~", "\\x20!~"},
                         {std::string("\0\x1f\x7f\x80\xff", 5), "\\x00\\x1f\\x7f\\x80\\xff"}}) {
     EXPECT_EQ(ssidOf(r.ssid).toEscapedString(), r.text) << r.text;
   }

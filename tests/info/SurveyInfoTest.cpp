@@ -18,11 +18,16 @@ using namespace Ny80211::testing;
 // What nl80211_send_survey fills for the channel in use, in its order.
 Attrs fullInfo() {
   auto const ms = [](std::uint64_t value) { return bytesOf(value); };
-  return {{NL80211_SURVEY_INFO_FREQUENCY, hex("3c140000")}, {NL80211_SURVEY_INFO_NOISE, hex("a1")},
-          {NL80211_SURVEY_INFO_IN_USE, {}}, {NL80211_SURVEY_INFO_TIME, ms(1000)},
-          {NL80211_SURVEY_INFO_TIME_BUSY, ms(250)}, {NL80211_SURVEY_INFO_TIME_EXT_BUSY, ms(10)},
-          {NL80211_SURVEY_INFO_TIME_RX, ms(200)}, {NL80211_SURVEY_INFO_TIME_TX, ms(30)},
-          {NL80211_SURVEY_INFO_TIME_SCAN, ms(5)}, {NL80211_SURVEY_INFO_TIME_BSS_RX, ms(150)}};
+  return {{NL80211_SURVEY_INFO_FREQUENCY, hex("3c140000")},
+          {NL80211_SURVEY_INFO_NOISE, hex("a1")},
+          {NL80211_SURVEY_INFO_IN_USE, {}},
+          {NL80211_SURVEY_INFO_TIME, ms(1000)},
+          {NL80211_SURVEY_INFO_TIME_BUSY, ms(250)},
+          {NL80211_SURVEY_INFO_TIME_EXT_BUSY, ms(10)},
+          {NL80211_SURVEY_INFO_TIME_RX, ms(200)},
+          {NL80211_SURVEY_INFO_TIME_TX, ms(30)},
+          {NL80211_SURVEY_INFO_TIME_SCAN, ms(5)},
+          {NL80211_SURVEY_INFO_TIME_BSS_RX, ms(150)}};
 }
 
 // A reply on lo; without info attributes, without the nest.
@@ -52,8 +57,10 @@ TEST(SurveyInfo, PrintsWhatIsSentAndTheBusyRatio) {
       {NL80211_SURVEY_INFO_IN_USE, nullptr, " [in use]", "", 0.25},
       {NL80211_SURVEY_INFO_NOISE, nullptr, " / noise -95 dBm", "", 0.25},
       {NL80211_SURVEY_INFO_TIME, nullptr, " / active 1000 ms / busy 250 ms (25.0%)", " / busy 250 ms", std::nullopt},
-      {NL80211_SURVEY_INFO_TIME, "0000000000000000", "active 1000 ms / busy 250 ms (25.0%)", "active 0 ms / busy 250 ms", std::nullopt},
-      {NL80211_SURVEY_INFO_TIME, "b80b000000000000", "active 1000 ms / busy 250 ms (25.0%)", "active 3000 ms / busy 250 ms (8.3%)", 250.0 / 3000},
+      {NL80211_SURVEY_INFO_TIME, "0000000000000000", "active 1000 ms / busy 250 ms (25.0%)",
+       "active 0 ms / busy 250 ms", std::nullopt},
+      {NL80211_SURVEY_INFO_TIME, "b80b000000000000", "active 1000 ms / busy 250 ms (25.0%)",
+       "active 3000 ms / busy 250 ms (8.3%)", 250.0 / 3000},
       {NL80211_SURVEY_INFO_TIME_BUSY, nullptr, " / busy 250 ms (25.0%)", "", std::nullopt},
       {NL80211_SURVEY_INFO_TIME_EXT_BUSY, nullptr, " / extension busy 10 ms", "", 0.25},
       {NL80211_SURVEY_INFO_TIME_RX, nullptr, " / RX 200 ms", "", 0.25},
@@ -79,15 +86,22 @@ TEST(SurveyInfo, AFailedReadLeavesTheRecordAndAGoodOneReplacesEveryField) {
   readInto(survey, {{NL80211_SURVEY_INFO_FREQUENCY, hex("6c090000")}});
   EXPECT_EQ(survey.toString(), "survey netifc lo / 2412 MHz (#  1)");
   static constexpr char notFound[] = "AttrNotFound: attribute not found (type {})";
-  static constexpr char tooSmall[] =
-      "Error: attribute (type {}) payload too small for data type ({} < {})";
-  struct Row { Attrs info; bool withIfindex; std::string read; } const rows[] = {
+  static constexpr char tooSmall[] = "Error: attribute (type {}) payload too small for data type ({} < {})";
+  struct Row {
+    Attrs info;
+    bool withIfindex;
+    std::string read;
+  } const rows[] = {
       {fullInfo(), false, fmt::format(notFound, NL80211_ATTR_IFINDEX)},
       {{}, true, fmt::format(notFound, NL80211_ATTR_SURVEY_INFO)},
-      {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {}), true, fmt::format(notFound, NL80211_SURVEY_INFO_FREQUENCY)},
-      {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {"1414"}), true, fmt::format(tooSmall, NL80211_SURVEY_INFO_FREQUENCY, 2, 4)},
-      {replaced(fullInfo(), NL80211_SURVEY_INFO_NOISE, {""}), true, fmt::format(tooSmall, NL80211_SURVEY_INFO_NOISE, 0, 1)},
-      {replaced(fullInfo(), NL80211_SURVEY_INFO_TIME, {"e8030000"}), true, fmt::format(tooSmall, NL80211_SURVEY_INFO_TIME, 4, 8)},
+      {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {}), true,
+       fmt::format(notFound, NL80211_SURVEY_INFO_FREQUENCY)},
+      {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {"1414"}), true,
+       fmt::format(tooSmall, NL80211_SURVEY_INFO_FREQUENCY, 2, 4)},
+      {replaced(fullInfo(), NL80211_SURVEY_INFO_NOISE, {""}), true,
+       fmt::format(tooSmall, NL80211_SURVEY_INFO_NOISE, 0, 1)},
+      {replaced(fullInfo(), NL80211_SURVEY_INFO_TIME, {"e8030000"}), true,
+       fmt::format(tooSmall, NL80211_SURVEY_INFO_TIME, 4, 8)},
   };
   for (auto const& r : rows) {
     SCOPED_TRACE(r.read);
@@ -95,9 +109,7 @@ TEST(SurveyInfo, AFailedReadLeavesTheRecordAndAGoodOneReplacesEveryField) {
     reply(m, r.info, r.withIfindex);
     EXPECT_EQ(outcome([&] { return survey.readFrom(m.stream()), survey.toString(); }), r.read);
     EXPECT_EQ(survey.toString(), "survey netifc lo / 2412 MHz (#  1)");
-    EXPECT_EQ(outcome([&] {
-                return std::string(SurveyInfo::tryReadFrom(m.stream()) ? "read" : "empty");
-              }),
+    EXPECT_EQ(outcome([&] { return std::string(SurveyInfo::tryReadFrom(m.stream()) ? "read" : "empty"); }),
               r.read.starts_with("AttrNotFound") ? "empty" : r.read);
   }
 }

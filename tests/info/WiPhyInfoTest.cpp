@@ -28,11 +28,13 @@ void list(nl_msg* msg, int type, std::size_t count, F f) {
 
 // A wiphy without the attribute `skip`, with 5 GHz before 2.4 GHz.
 void wiphy(nl_msg* msg, int skip = -1, bool withBands = true) {
-  struct Chan { std::uint32_t mhz, mBm; std::vector<int> flags; };
+  struct Chan {
+    std::uint32_t mhz, mBm;
+    std::vector<int> flags;
+  };
   std::vector<std::vector<Chan>> const chans{
       {{5260, 0xFFFFFF9C, {NL80211_FREQUENCY_ATTR_RADAR}}},
-      {{2412, 2000, {}},
-       {2484, 2350, {NL80211_FREQUENCY_ATTR_DISABLED, NL80211_FREQUENCY_ATTR_NO_IR}}}};
+      {{2412, 2000, {}}, {2484, 2350, {NL80211_FREQUENCY_ATTR_DISABLED, NL80211_FREQUENCY_ATTR_NO_IR}}}};
   std::vector<std::vector<std::uint32_t>> const rates{{60}, {10, 540}};
   auto put = [&](int type, std::uint32_t value) {
     if (type != skip) nla_put_u32(msg, type, value);
@@ -47,9 +49,8 @@ void wiphy(nl_msg* msg, int skip = -1, bool withBands = true) {
         for (int flag : chans[band][i].flags) nla_put_flag(msg, flag);
         nla_put_u32(msg, NL80211_FREQUENCY_ATTR_MAX_TX_POWER, chans[band][i].mBm);
       });
-      list(msg, NL80211_BAND_ATTR_RATES, rates[band].size(), [&](std::size_t i) {
-        nla_put_u32(msg, NL80211_BITRATE_ATTR_RATE, rates[band][i]);
-      });
+      list(msg, NL80211_BAND_ATTR_RATES, rates[band].size(),
+           [&](std::size_t i) { nla_put_u32(msg, NL80211_BITRATE_ATTR_RATE, rates[band][i]); });
     });
   }
   put(NL80211_ATTR_WIPHY_ANTENNA_RX, 1), put(NL80211_ATTR_WIPHY_ANTENNA_TX, 3);
@@ -74,14 +75,12 @@ TEST(WiPhyInfo, ReadsAndPrintsACompleteMessage) {
             "  [[kbps] 1000, 54000]|[freq 5260 MHz (# 52) / max TX power -1 dBm / flags [radar]]");
   wiphy(noBands.msg, -1, false);  // replaces the bands read before
   info.readFrom(noBands.stream());
-  EXPECT_EQ(info.toString(),
-            "[gen 7] wiphy 'phy3' / ID 3 / antenna avail:used RX 11:1 TX 1111:11 / bands ([])");
+  EXPECT_EQ(info.toString(), "[gen 7] wiphy 'phy3' / ID 3 / antenna avail:used RX 11:1 TX 1111:11 / bands ([])");
 }
 
 TEST(WiPhyInfo, EveryAttributeIsMandatoryAndEarlierOnesStayRead) {
-  for (int type : {NL80211_ATTR_WIPHY, NL80211_ATTR_WIPHY_NAME, NL80211_ATTR_GENERATION,
-                   NL80211_ATTR_WIPHY_BANDS, NL80211_ATTR_WIPHY_ANTENNA_RX,
-                   NL80211_ATTR_WIPHY_ANTENNA_TX, NL80211_ATTR_WIPHY_ANTENNA_AVAIL_RX,
+  for (int type : {NL80211_ATTR_WIPHY, NL80211_ATTR_WIPHY_NAME, NL80211_ATTR_GENERATION, NL80211_ATTR_WIPHY_BANDS,
+                   NL80211_ATTR_WIPHY_ANTENNA_RX, NL80211_ATTR_WIPHY_ANTENNA_TX, NL80211_ATTR_WIPHY_ANTENNA_AVAIL_RX,
                    NL80211_ATTR_WIPHY_ANTENNA_AVAIL_TX}) {
     TestMessage m;
     wiphy(m.msg, type);
@@ -93,9 +92,8 @@ TEST(WiPhyInfo, EveryAttributeIsMandatoryAndEarlierOnesStayRead) {
   }
   TestMessage m;
   list(m.msg, 1, 1, [&](std::size_t) {  // a band without rates
-    list(m.msg, NL80211_BAND_ATTR_FREQS, 1, [&](std::size_t) {
-      m.u32(NL80211_FREQUENCY_ATTR_FREQ, 2412).u32(NL80211_FREQUENCY_ATTR_MAX_TX_POWER, 0);
-    });
+    list(m.msg, NL80211_BAND_ATTR_FREQS, 1,
+         [&](std::size_t) { m.u32(NL80211_FREQUENCY_ATTR_FREQ, 2412).u32(NL80211_FREQUENCY_ATTR_MAX_TX_POWER, 0); });
   });
   list(m.msg, 2, 1, [&](std::size_t) { m.u32(NL80211_FREQUENCY_ATTR_FREQ, 5180); });  // no power
   EXPECT_THROW(AttrWiphyBands(m.stream().getNestedList(1)), AttrNotFound);

@@ -33,10 +33,18 @@ IwInterface fromReply(nl_msg* reply) {
   ifc.wdev = attrs.getU64(NL80211_ATTR_WDEV);
   ifc.addr = attrs.getMac(NL80211_ATTR_MAC).ToString();
   switch (attrs.getU32(NL80211_ATTR_IFTYPE)) {
-    case NL80211_IFTYPE_STATION: ifc.type = "managed"; break;
-    case NL80211_IFTYPE_MONITOR: ifc.type = "monitor"; break;
-    case NL80211_IFTYPE_AP: ifc.type = "AP"; break;
-    default: ifc.type = "other"; break;
+    case NL80211_IFTYPE_STATION:
+      ifc.type = "managed";
+      break;
+    case NL80211_IFTYPE_MONITOR:
+      ifc.type = "monitor";
+      break;
+    case NL80211_IFTYPE_AP:
+      ifc.type = "AP";
+      break;
+    default:
+      ifc.type = "other";
+      break;
   }
   return ifc;
 }
@@ -165,8 +173,7 @@ TEST_P(KernelRejects, WithCmdFailureCarryingTheKernelsWords) {
     socket.sendMessage(command, [](nl_msg*) { return NL_OK; });
     FAIL() << "the kernel accepted " << command.debugInfoString();
   } catch (CmdFailure const& e) {
-    EXPECT_EQ(std::string(e.what()),
-              GetParam().expected + "; failed command: " + command.debugInfoString());
+    EXPECT_EQ(std::string(e.what()), GetParam().expected + "; failed command: " + command.debugInfoString());
   }
   ASSERT_EQ(capture.lines().size(), 1u);
   EXPECT_EQ(capture.lines()[0].level, trace::Level::Warn);
@@ -176,31 +183,30 @@ TEST_P(KernelRejects, WithCmdFailureCarryingTheKernelsWords) {
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, KernelRejects,
-    ::testing::Values(
-        Rejected{"UnknownInterfaceIndex",
-                 [] {
-                   Nl80211Command get(NL80211_CMD_GET_INTERFACE, "get ifindex 9999");
-                   get.attributes().addU32(NL80211_ATTR_IFINDEX, 9999);
-                   return get;
-                 },
-                 "Netlink error: No such device (-19)"},
-        Rejected{"NewInterfaceWithoutName",
-                 [] {
-                   Nl80211Command create(NL80211_CMD_NEW_INTERFACE, "new interface without name");
-                   create.attributes().addU32(NL80211_ATTR_WIPHY, 0);
-                   create.attributes().addU32(NL80211_ATTR_IFTYPE, NL80211_IFTYPE_MONITOR);
-                   return create;
-                 },
-                 "Netlink error: Invalid argument (-22)"},
-        Rejected{"InterfaceTypeOutOfRange",
-                 [] {
-                   Nl80211Command create(NL80211_CMD_NEW_INTERFACE, "new interface of type 99");
-                   create.attributes().addU32(NL80211_ATTR_WIPHY, 0);
-                   create.attributes().addString(NL80211_ATTR_IFNAME, "bad0");
-                   create.attributes().addU32(NL80211_ATTR_IFTYPE, 99);
-                   return create;
-                 },
-                 "Netlink error: Numerical result out of range (-34) [integer out of range]"}),
+    ::testing::Values(Rejected{"UnknownInterfaceIndex",
+                               [] {
+                                 Nl80211Command get(NL80211_CMD_GET_INTERFACE, "get ifindex 9999");
+                                 get.attributes().addU32(NL80211_ATTR_IFINDEX, 9999);
+                                 return get;
+                               },
+                               "Netlink error: No such device (-19)"},
+                      Rejected{"NewInterfaceWithoutName",
+                               [] {
+                                 Nl80211Command create(NL80211_CMD_NEW_INTERFACE, "new interface without name");
+                                 create.attributes().addU32(NL80211_ATTR_WIPHY, 0);
+                                 create.attributes().addU32(NL80211_ATTR_IFTYPE, NL80211_IFTYPE_MONITOR);
+                                 return create;
+                               },
+                               "Netlink error: Invalid argument (-22)"},
+                      Rejected{"InterfaceTypeOutOfRange",
+                               [] {
+                                 Nl80211Command create(NL80211_CMD_NEW_INTERFACE, "new interface of type 99");
+                                 create.attributes().addU32(NL80211_ATTR_WIPHY, 0);
+                                 create.attributes().addString(NL80211_ATTR_IFNAME, "bad0");
+                                 create.attributes().addU32(NL80211_ATTR_IFTYPE, 99);
+                                 return create;
+                               },
+                               "Netlink error: Numerical result out of range (-34) [integer out of range]"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(KernelCommands, ConcurrentDumpsEachGetTheirOwnReplies) {

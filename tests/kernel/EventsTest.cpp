@@ -42,7 +42,7 @@ std::string const vht80 =
 // Creates a radio through mac80211_hwsim's generic netlink family, with a
 // regulatory hint from its "driver"; returns once the kernel has answered.
 void createHwsimRadio(char const* alpha2) {
-  constexpr int newRadio = 4;         // HWSIM_CMD_NEW_RADIO
+  constexpr int newRadio = 4;        // HWSIM_CMD_NEW_RADIO
   constexpr int regHintAlpha2 = 11;  // HWSIM_ATTR_REG_HINT_ALPHA2
   std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket(nl_socket_alloc(), nl_socket_free);
   ASSERT_EQ(genl_connect(socket.get()), 0);
@@ -59,8 +59,8 @@ void createHwsimRadio(char const* alpha2) {
 // What kind of notification an `iw event` line or a library log line is;
 // empty for what the other side has no counterpart of.
 std::string iwKind(std::string const& line) {
-  for (auto const* kind : {"new interface", "del interface", "scan started", "scan finished",
-                           "scan aborted", "regulatory domain change"}) {
+  for (auto const* kind : {"new interface", "del interface", "scan started", "scan finished", "scan aborted",
+                           "regulatory domain change"}) {
     if (line.find(kind) != std::string::npos) return kind;
   }
   if (line.find(": channel switch freq=") != std::string::npos) return "channel switch";
@@ -105,8 +105,8 @@ class KernelEvents : public ::testing::Test {
         },
         std::chrono::seconds(60)));
     run("iw dev probe0 del && iw phy phy1 interface add start0 type monitor");
-    ASSERT_TRUE(waitFor([&] { return (iwStart = iwLinesThrough("start0 (phy #1): new")) > 0; },
-                        std::chrono::seconds(60)));
+    ASSERT_TRUE(
+        waitFor([&] { return (iwStart = iwLinesThrough("start0 (phy #1): new")) > 0; }, std::chrono::seconds(60)));
     context.connectCommands();
     context.connectEventsNl80211(publisher, {"config", "scan", "regulatory", "mlme"});
     context.connectEventsWext(publisher);
@@ -243,8 +243,8 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
   createHwsimRadio("FR");
   auto const radio = await<Event::IfcCreated>([](auto const& e) { return e.info().wiphy.index() == 2; });
   ASSERT_FALSE(radio.isNull());
-  auto const regChange = await<Event::RegDomainChanged>(
-      [](auto const& e) { return e.initiator() == NL80211_REGDOM_SET_BY_DRIVER; });
+  auto const regChange =
+      await<Event::RegDomainChanged>([](auto const& e) { return e.initiator() == NL80211_REGDOM_SET_BY_DRIVER; });
   ASSERT_FALSE(regChange.isNull());
   EXPECT_EQ(regChange->toString(), "regdomain (type intersection) for phy 2 changed by driver");
 
@@ -281,11 +281,10 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
     }
     return texts;
   }();
-  EXPECT_EQ(errors,
-            (std::vector<std::string>{
-                "Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found (type 1)",
-                "Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found (type 1)",
-                "Error processing nl80211 event NL80211_CMD_NEW_WIPHY: attribute not found (type 106)"}));
+  EXPECT_EQ(errors, (std::vector<std::string>{
+                        "Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found (type 1)",
+                        "Error processing nl80211 event NL80211_CMD_REG_CHANGE: attribute not found (type 1)",
+                        "Error processing nl80211 event NL80211_CMD_NEW_WIPHY: attribute not found (type 106)"}));
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.front().text, errors.front());
 

@@ -79,8 +79,8 @@ inline bool scan(std::string const& interface, std::string const& options,
         if (ifindex == nullptr || nla_get_u32(ifindex) != scan.ifindex) return static_cast<int>(NL_OK);
         if (header->cmd == NL80211_CMD_TRIGGER_SCAN) {
           scan.started = true;
-        } else if (scan.started && (header->cmd == NL80211_CMD_NEW_SCAN_RESULTS ||
-                                    header->cmd == NL80211_CMD_SCAN_ABORTED)) {
+        } else if (scan.started &&
+                   (header->cmd == NL80211_CMD_NEW_SCAN_RESULTS || header->cmd == NL80211_CMD_SCAN_ABORTED)) {
           scan.finished = header->cmd == NL80211_CMD_NEW_SCAN_RESULTS;
         }
         return static_cast<int>(NL_OK);
@@ -91,8 +91,8 @@ inline bool scan(std::string const& interface, std::string const& options,
   while (!state.finished) {
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
-      throw std::runtime_error("no end of the scan on " + interface + " within " +
-                               std::to_string(limit.count()) + " s");
+      throw std::runtime_error("no end of the scan on " + interface + " within " + std::to_string(limit.count()) +
+                               " s");
     }
     pollfd ready{nl_socket_get_fd(socket.get()), POLLIN, 0};
     if (::poll(&ready, 1, static_cast<int>(left.count())) > 0 && nl_recvmsgs_default(socket.get()) < 0) {
@@ -160,8 +160,7 @@ inline void stopDaemon(std::string const& what, std::string const& pidFile) {
     return state != std::string::npos && line.compare(state + 2, 1, "Z") == 0;
   };
   std::string pid;
-  waitFor([&] { return static_cast<bool>(std::ifstream(pidFile) >> pid); },
-          std::chrono::seconds(30));
+  waitFor([&] { return static_cast<bool>(std::ifstream(pidFile) >> pid); }, std::chrono::seconds(30));
   if (pid.empty() || std::system(("kill " + pid).c_str()) != 0 ||
       !waitFor([&] { return exited(pid); }, std::chrono::seconds(60))) {
     std::cerr << what << " (pid '" << pid << "') did not stop\n";
@@ -181,15 +180,15 @@ class Hostapd {
     path_ = dir + "/hostapd-" + interface + ".conf";
     pidFile_ = dir + "/hostapd-" + interface + ".pid";
     std::ofstream(path_) << "interface=" << interface << "\ndriver=nl80211\n"
-                         << "ctrl_interface=/run/hostapd\n" << config;
+                         << "ctrl_interface=/run/hostapd\n"
+                         << config;
     std::remove(pidFile_.c_str());
     run("hostapd -B -P " + pidFile_ + " " + path_ + " >/dev/null");
     if (upWithin.count() > 0) awaitBeacons(upWithin);
   }
 
   void awaitBeacons(std::chrono::seconds limit) const {
-    if (!waitFor([&] { return run("iw dev " + interface_ + " info").find("\tssid ") != std::string::npos; },
-                 limit)) {
+    if (!waitFor([&] { return run("iw dev " + interface_ + " info").find("\tssid ") != std::string::npos; }, limit)) {
       throw std::runtime_error("hostapd did not start an access point on " + interface_);
     }
   }
@@ -228,8 +227,7 @@ class WpaSupplicant {
     std::ofstream(path) << "ctrl_interface=/run/wpa_supplicant\n" << networks;
     std::remove(pidFile_.c_str());
     run("wpa_supplicant -B -i " + interface + " -c " + path + " -P " + pidFile_ + " >/dev/null");
-    if (!waitFor([&] { return run("iw dev " + interface + " link").starts_with("Connected to "); },
-                 connectWithin)) {
+    if (!waitFor([&] { return run("iw dev " + interface + " link").starts_with("Connected to "); }, connectWithin)) {
       stopDaemon("wpa_supplicant on " + interface, pidFile_);
       throw std::runtime_error("wpa_supplicant did not connect " + interface);
     }

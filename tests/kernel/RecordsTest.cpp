@@ -35,8 +35,7 @@ std::string const vht80 =
 
 // Every reply of one command, rendered by the formatter as it arrives (under
 // the sanitizers in their build), with a callback for the caller.
-void sendAndRender(CommandSocket& socket, GenlMessage& command,
-                   std::function<void(GenlMessage const&)> const& each) {
+void sendAndRender(CommandSocket& socket, GenlMessage& command, std::function<void(GenlMessage const&)> const& each) {
   socket.sendMessage(command, [&](nl_msg* reply) {
     GenlMessage const message(reply);
     std::ostringstream text;
@@ -107,10 +106,9 @@ std::vector<std::string> channelsOf(WiPhyInfo const& info) {
   for (auto const& band : info.bands.bands) {
     EXPECT_FALSE(band.rates.rates.empty());
     for (auto const& channel : band.freqs.channels) {
-      channels.push_back(channel.disabled
-                             ? fmt::format("{} disabled", channel.freq)
-                             : fmt::format("{} {}", channel.freq,
-                                           static_cast<std::int32_t>(channel.maxTxPower) / 100.0));
+      channels.push_back(
+          channel.disabled ? fmt::format("{} disabled", channel.freq)
+                           : fmt::format("{} {}", channel.freq, static_cast<std::int32_t>(channel.maxTxPower) / 100.0));
     }
   }
   return channels;
@@ -202,8 +200,7 @@ TEST_F(KernelRecords, AccessPointChannelBeforeAndAfterASwitch) {
   // The switch takes five beacons.
   waitFor([&] { return channelOf(wlan0).primary.frequency == 5745u; }, std::chrono::seconds(60));
   channel = channelOf(wlan0);
-  EXPECT_EQ(channel.toString(),
-            "primary 5745 MHz (#149) / center 5775 MHz (#155) / width 80 MHz");
+  EXPECT_EQ(channel.toString(), "primary 5745 MHz (#149) / center 5775 MHz (#155) / width 80 MHz");
   EXPECT_NE(run("iw dev wlan0 info").find("channel 149 (5745 MHz), width: 80 MHz, center1: 5775 MHz"),
             std::string::npos);
 }
@@ -213,8 +210,7 @@ TEST_F(KernelRecords, ScanResultsRender) {
   run("ip link set wlan1 up");
   // The access point's channel only; a scan may miss its answer.
   auto const found = [] {
-    return scan("wlan1", "freq 5180") &&
-           run("iw dev wlan1 scan dump").find("ny80211-vht80") != std::string::npos;
+    return scan("wlan1", "freq 5180") && run("iw dev wlan1 scan dump").find("ny80211-vht80") != std::string::npos;
   };
   ASSERT_TRUE(waitFor(found, std::chrono::seconds(180))) << "no scan result";
 
@@ -245,8 +241,7 @@ TEST_F(KernelRecords, VendorParameterCommandIsRenderedAndRejected) {
 
   auto const text = AttrFmt::Format({AttrScope::Nl80211, command.attributes()});
   EXPECT_NE(text.find(": 0x1374\n"), std::string::npos) << text;
-  EXPECT_NE(text.find(": QCA_NL80211_VENDOR_SUBCMD_SET_WIFI_CONFIGURATION\n"), std::string::npos)
-      << text;
+  EXPECT_NE(text.find(": QCA_NL80211_VENDOR_SUBCMD_SET_WIFI_CONFIGURATION\n"), std::string::npos) << text;
   EXPECT_NE(text.find("QCA_WLAN_VENDOR_ATTR_CONFIG_GENERIC_VALUE"), std::string::npos) << text;
   EXPECT_NE(text.find(": 4097\n"), std::string::npos) << text;  // 0x1001
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <memory>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -58,7 +58,8 @@ std::vector<AccessPoint> const accessPoints{
      60s},
     {"wlan4", "ny80211-he6",
      "hw_mode=a\nop_class=133\nchannel=37\nieee80211ax=1\nhe_oper_chwidth=1\n"
-     "he_oper_centr_freq_seg0_idx=39\n" + sae,
+     "he_oper_centr_freq_seg0_idx=39\n" +
+         sae,
      60s},
 };
 std::string const station = "wlan5";
@@ -130,9 +131,12 @@ std::map<std::string, std::string> iwInfo(std::string const& ifc) {
 // The width as iw names it.
 std::string iwWidth(ChannelInfo const& channel) {
   static std::pair<nl80211_chan_width, char const*> const names[] = {
-      {NL80211_CHAN_WIDTH_20_NOHT, "20 MHz (no HT)"}, {NL80211_CHAN_WIDTH_20, "20 MHz"},
-      {NL80211_CHAN_WIDTH_40, "40 MHz"},              {NL80211_CHAN_WIDTH_80, "80 MHz"},
-      {NL80211_CHAN_WIDTH_80P80, "80+80 MHz"},        {NL80211_CHAN_WIDTH_160, "160 MHz"},
+      {NL80211_CHAN_WIDTH_20_NOHT, "20 MHz (no HT)"},
+      {NL80211_CHAN_WIDTH_20, "20 MHz"},
+      {NL80211_CHAN_WIDTH_40, "40 MHz"},
+      {NL80211_CHAN_WIDTH_80, "80 MHz"},
+      {NL80211_CHAN_WIDTH_80P80, "80+80 MHz"},
+      {NL80211_CHAN_WIDTH_160, "160 MHz"},
   };
   for (auto const& [width, name] : names) {
     if (channel.width == width) return name;
@@ -142,9 +146,8 @@ std::string iwWidth(ChannelInfo const& channel) {
 
 // A channel in `iw dev` terms.
 std::string iwChannel(ChannelInfo const& channel) {
-  auto text = fmt::format("{} ({} MHz), width: {}, center1: {} MHz", channel.primary.number,
-                          channel.primary.frequency, iwWidth(channel),
-                          channel.center1.frequency);
+  auto text = fmt::format("{} ({} MHz), width: {}, center1: {} MHz", channel.primary.number, channel.primary.frequency,
+                          iwWidth(channel), channel.center1.frequency);
   if (channel.center2) text += fmt::format(", center2: {} MHz", channel.center2->frequency);
   return text;
 }
@@ -154,8 +157,8 @@ class KernelScan : public ::testing::Test {
   static void SetUpTestSuite() {
     run("iw reg set DE");
     for (auto const& ap : accessPoints) {
-      running.push_back(std::make_unique<Hostapd>(ap.interface, "ssid=" + ap.ssid + "\n" + common + ap.config,
-                                                  ap.upWithin));
+      running.push_back(
+          std::make_unique<Hostapd>(ap.interface, "ssid=" + ap.ssid + "\n" + common + ap.config, ap.upWithin));
     }
     running.front()->awaitBeacons(180s);
     run("ip link set " + station + " up");

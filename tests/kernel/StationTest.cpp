@@ -102,11 +102,9 @@ std::optional<std::string> withUnit(std::optional<T> const& value, std::string_v
   return fmt::format("{}{}", *value, unit);
 }
 
-std::optional<std::string> signal(std::optional<std::int8_t> const& dbm,
-                                  std::vector<std::int8_t> const& chains) {
+std::optional<std::string> signal(std::optional<std::int8_t> const& dbm, std::vector<std::int8_t> const& chains) {
   if (!dbm) return std::nullopt;
-  return fmt::format("{} {}dBm", *dbm,
-                     chains.empty() ? "" : fmt::format("[{}] ", fmt::join(chains, ", ")));
+  return fmt::format("{} {}dBm", *dbm, chains.empty() ? "" : fmt::format("[{}] ", fmt::join(chains, ", ")));
 }
 
 // What iw 5.19's parse_bitrate() makes of the same attributes.
@@ -145,8 +143,7 @@ std::string stationHead(StationInfo const& station) {
 }
 
 Field<StationInfo> const stationFields[] = {
-    {"inactive time", Moves::Resets,
-     [](StationInfo const& s) { return withUnit(s.inactiveMs, " ms"); }},
+    {"inactive time", Moves::Resets, [](StationInfo const& s) { return withUnit(s.inactiveMs, " ms"); }},
     {"rx bytes", Moves::Grows, [](StationInfo const& s) { return withUnit(s.rxBytes, ""); }},
     {"rx packets", Moves::Grows, [](StationInfo const& s) { return withUnit(s.rxPackets, ""); }},
     {"tx bytes", Moves::Grows, [](StationInfo const& s) { return withUnit(s.txBytes, ""); }},
@@ -156,8 +153,7 @@ Field<StationInfo> const stationFields[] = {
     {"beacon loss", Moves::Grows, [](StationInfo const& s) { return withUnit(s.beaconLoss, ""); }},
     {"rx drop misc", Moves::Grows, [](StationInfo const& s) { return withUnit(s.rxDropMisc, ""); }},
     {"signal", Moves::Not, [](StationInfo const& s) { return signal(s.signal, s.chainSignal); }},
-    {"signal avg", Moves::Not,
-     [](StationInfo const& s) { return signal(s.signalAvg, s.chainSignalAvg); }},
+    {"signal avg", Moves::Not, [](StationInfo const& s) { return signal(s.signalAvg, s.chainSignalAvg); }},
     {"tx bitrate", Moves::Not, [](StationInfo const& s) { return bitrate(s.txBitrate); }},
     {"rx bitrate", Moves::Not, [](StationInfo const& s) { return bitrate(s.rxBitrate); }},
     {"expected throughput", Moves::Not,
@@ -174,22 +170,15 @@ Field<StationInfo> const stationFields[] = {
     {"associated", Moves::Not,
      [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_ASSOCIATED>(s, "yes", "no"); }},
     {"preamble", Moves::Not,
-     [](StationInfo const& s) {
-       return flagText<NL80211_STA_FLAG_SHORT_PREAMBLE>(s, "short", "long");
-     }},
-    {"WMM/WME", Moves::Not,
-     [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_WME>(s, "yes", "no"); }},
-    {"MFP", Moves::Not,
-     [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_MFP>(s, "yes", "no"); }},
+     [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_SHORT_PREAMBLE>(s, "short", "long"); }},
+    {"WMM/WME", Moves::Not, [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_WME>(s, "yes", "no"); }},
+    {"MFP", Moves::Not, [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_MFP>(s, "yes", "no"); }},
     {"TDLS peer", Moves::Not,
      [](StationInfo const& s) { return flagText<NL80211_STA_FLAG_TDLS_PEER>(s, "yes", "no"); }},
-    {"connected time", Moves::Grows,
-     [](StationInfo const& s) { return withUnit(s.connectedSeconds, " seconds"); }},
+    {"connected time", Moves::Grows, [](StationInfo const& s) { return withUnit(s.connectedSeconds, " seconds"); }},
 };
 
-std::string surveyHead(SurveyInfo const& survey) {
-  return fmt::format("Survey data from {:n}", survey.ifc);
-}
+std::string surveyHead(SurveyInfo const& survey) { return fmt::format("Survey data from {:n}", survey.ifc); }
 
 Field<SurveyInfo> const surveyFields[] = {
     {"frequency", Moves::Not,
@@ -197,16 +186,11 @@ Field<SurveyInfo> const surveyFields[] = {
        return fmt::format("{} MHz{}", s.frequency, s.inUse ? " [in use]" : "");
      }},
     {"noise", Moves::Not, [](SurveyInfo const& s) { return withUnit(s.noise, " dBm"); }},
-    {"channel active time", Moves::Grows,
-     [](SurveyInfo const& s) { return withUnit(s.activeMs, " ms"); }},
-    {"channel busy time", Moves::Grows,
-     [](SurveyInfo const& s) { return withUnit(s.busyMs, " ms"); }},
-    {"extension channel busy time", Moves::Grows,
-     [](SurveyInfo const& s) { return withUnit(s.extBusyMs, " ms"); }},
-    {"channel receive time", Moves::Grows,
-     [](SurveyInfo const& s) { return withUnit(s.rxMs, " ms"); }},
-    {"channel transmit time", Moves::Grows,
-     [](SurveyInfo const& s) { return withUnit(s.txMs, " ms"); }},
+    {"channel active time", Moves::Grows, [](SurveyInfo const& s) { return withUnit(s.activeMs, " ms"); }},
+    {"channel busy time", Moves::Grows, [](SurveyInfo const& s) { return withUnit(s.busyMs, " ms"); }},
+    {"extension channel busy time", Moves::Grows, [](SurveyInfo const& s) { return withUnit(s.extBusyMs, " ms"); }},
+    {"channel receive time", Moves::Grows, [](SurveyInfo const& s) { return withUnit(s.rxMs, " ms"); }},
+    {"channel transmit time", Moves::Grows, [](SurveyInfo const& s) { return withUnit(s.txMs, " ms"); }},
 };
 
 // The number a value starts with, and the unit after it.
@@ -222,10 +206,8 @@ std::pair<std::uint64_t, std::string> split(std::string const& value) {
 // such a value is repeated (20 rounds at most). Returns the keys that all
 // three reads had.
 template <class Record, std::size_t N>
-std::set<std::string> expectAsIwPrints(std::string const& command,
-                                       std::function<std::vector<Record>()> const& read,
-                                       std::string (*head)(Record const&),
-                                       Field<Record> const (&fields)[N]) {
+std::set<std::string> expectAsIwPrints(std::string const& command, std::function<std::vector<Record>()> const& read,
+                                       std::string (*head)(Record const&), Field<Record> const (&fields)[N]) {
   std::vector<IwRecord> before, after;
   std::vector<Record> library;
   Clock::duration toLibraryEnd{}, fromLibraryStart{};
@@ -239,8 +221,7 @@ std::set<std::string> expectAsIwPrints(std::string const& command,
     for (std::size_t i = 0; i < before.size(); ++i) {
       if (before[i].head != after[i].head) return false;
       for (auto const& field : fields) {
-        if (field.moves == Moves::Not &&
-            valueOf(before[i], field.key) != valueOf(after[i], field.key)) {
+        if (field.moves == Moves::Not && valueOf(before[i], field.key) != valueOf(after[i], field.key)) {
           return false;
         }
       }
@@ -272,8 +253,7 @@ std::set<std::string> expectAsIwPrints(std::string const& command,
   // that, and still tells a value read from another attribute or unit.
   auto const slack = 1000ull;
   auto const ms = [](Clock::duration d) {
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(d).count());
   };
   std::set<std::string> compared;
   for (std::size_t i = 0; i < library.size(); ++i) {
@@ -393,15 +373,14 @@ TEST_F(KernelStations, StationReadsAsIwPrintsIt) {
     NetIfcID const ifc(view.interface);
     auto const peer = addressOf(view.peer);
     auto const dumped = expectAsIwPrints<StationInfo>(
-        "iw dev " + view.interface + " station dump",
-        [&] { return replies<StationInfo>(Cmd::dumpStations(ifc)); }, stationHead, stationFields);
+        "iw dev " + view.interface + " station dump", [&] { return replies<StationInfo>(Cmd::dumpStations(ifc)); },
+        stationHead, stationFields);
     auto const stations = replies<StationInfo>(Cmd::dumpStations(ifc));
     ASSERT_EQ(stations.size(), 1u);
     EXPECT_EQ(fmt::format("{}", stations[0].mac), peer);
     auto const got = expectAsIwPrints<StationInfo>(
         "iw dev " + view.interface + " station get " + peer,
-        [&] { return replies<StationInfo>(Cmd::getStation(ifc, stations[0].mac)); }, stationHead,
-        stationFields);
+        [&] { return replies<StationInfo>(Cmd::getStation(ifc, stations[0].mac)); }, stationHead, stationFields);
     for (auto const& field : stationFields) {
       if (view.optional.count(field.key) != 0) continue;
       EXPECT_EQ(dumped.count(field.key), 1u) << field.key;
@@ -429,23 +408,20 @@ TEST_F(KernelStations, SecondStationComesAndGoes) {
   ASSERT_EQ(replies<StationInfo>(Cmd::getStation(wlan0, *mac)).size(), 1u);
 
   late.disconnect();
-  ASSERT_TRUE(waitFor(
-      [&] { return run("iw dev wlan0 station dump").find(second) == std::string::npos; }, 60s))
+  ASSERT_TRUE(waitFor([&] { return run("iw dev wlan0 station dump").find(second) == std::string::npos; }, 60s))
       << "the access point kept " << second;
   EXPECT_EQ(macsInDump(), std::vector<std::string>{first});
   expectExampleRows({first});
-  EXPECT_NE(run("iw dev wlan0 station get " + second + " 2>&1 || true")
-                .find("No such file or directory (-2)"),
+  EXPECT_NE(run("iw dev wlan0 station get " + second + " 2>&1 || true").find("No such file or directory (-2)"),
             std::string::npos);
   try {
     replies<StationInfo>(Cmd::getStation(wlan0, *mac));
     ADD_FAILURE() << "a station that left was found";
   } catch (CmdFailure const& e) {
-    EXPECT_EQ(
-        std::string(e.what()),
-        fmt::format("Netlink error: No such file or directory (-2); failed command: get station {} "
-                    "on netifc wlan0",
-                    second));
+    EXPECT_EQ(std::string(e.what()),
+              fmt::format("Netlink error: No such file or directory (-2); failed command: get station {} "
+                          "on netifc wlan0",
+                          second));
   }
 }
 
@@ -453,13 +429,11 @@ TEST_F(KernelStations, SecondStationComesAndGoes) {
 // radio has been on, never which one is in use.
 TEST_F(KernelStations, SurveyReadsAsIwPrintsIt) {
   auto const compared = expectAsIwPrints<SurveyInfo>(
-      "iw dev wlan0 survey dump", [&] { return replies<SurveyInfo>(Cmd::dumpSurvey(wlan0)); },
-      surveyHead, surveyFields);
-  EXPECT_EQ(compared, (std::set<std::string>{"frequency", "noise", "channel active time",
-                                             "channel busy time"}));
+      "iw dev wlan0 survey dump", [&] { return replies<SurveyInfo>(Cmd::dumpSurvey(wlan0)); }, surveyHead,
+      surveyFields);
+  EXPECT_EQ(compared, (std::set<std::string>{"frequency", "noise", "channel active time", "channel busy time"}));
   auto const survey = replies<SurveyInfo>(Cmd::dumpSurvey(wlan0));
-  EXPECT_TRUE(std::any_of(survey.begin(), survey.end(),
-                          [](SurveyInfo const& s) { return s.frequency == 5180u; }));
+  EXPECT_TRUE(std::any_of(survey.begin(), survey.end(), [](SurveyInfo const& s) { return s.frequency == 5180u; }));
   for (auto const& channel : survey) {
     EXPECT_EQ(channel.noise, -92) << channel.toString();
     EXPECT_TRUE(channel.activeMs && channel.busyMs) << channel.toString();

@@ -116,8 +116,7 @@ void ask(CommandSocket& socket, Asker& asker) {
     if (m.commandID() == NL80211_CMD_NEW_WIPHY && expected.count(index) != 0) return {};
     return fmt::format("{} got {} of wiphy {}", asker.ifname, cmd_fmt(m.commandID()), index);
   };
-  one(exchange(socket, wiphy, asker, [&](auto const& m) { return isWiphy(m, {asker.wiphy}); }),
-      "get wiphy");
+  one(exchange(socket, wiphy, asker, [&](auto const& m) { return isWiphy(m, {asker.wiphy}); }), "get wiphy");
 
   auto dump = Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump wiphys");
   if (exchange(socket, dump, asker, [&](auto const& m) { return isWiphy(m, {0, 1}); }) < 2) {
@@ -204,13 +203,12 @@ TEST(KernelStress, ConcurrentCommandsWhileEventsFlow) {
   for (auto const& asker : askers) {
     EXPECT_GT(asker.commands, 0U) << asker.ifname;
     EXPECT_EQ(asker.faults, std::vector<std::string>{}) << asker.ifname;
-    std::cout << fmt::format("{}: {} commands, {} replies checked\n", asker.ifname, asker.commands,
-                             asker.replies);
+    std::cout << fmt::format("{}: {} commands, {} replies checked\n", asker.ifname, asker.commands, asker.replies);
   }
-  std::cout << fmt::format("{} interfaces created and deleted: {} + {} events; {} driver events "
-                           "sent, {} received\n",
-                           cycles, counts.created.load(), counts.deleted.load(), driverSent,
-                           counts.driver.load());
+  std::cout << fmt::format(
+      "{} interfaces created and deleted: {} + {} events; {} driver events "
+      "sent, {} received\n",
+      cycles, counts.created.load(), counts.deleted.load(), driverSent, counts.driver.load());
   EXPECT_EQ(churnFaults, std::vector<std::string>{});
   // Nothing lost, and so no line about the event sockets.
   EXPECT_EQ(counts.markers, 1U);

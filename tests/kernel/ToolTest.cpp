@@ -140,8 +140,8 @@ TEST(KernelTool, DevShowsEveryInterfaceIwShows) {
   ASSERT_EQ(interfaces.size(), 3u);
   EXPECT_EQ(linesOf(result.out).size(), interfaces.size()) << result.out;
   for (auto const& ifc : interfaces) {
-    EXPECT_TRUE(hasLineWith(result.out, {fmt::format("'{}' / ID {} / wiphy ID {} / MAC {}",
-                                                     ifc.name, ifc.ifindex, ifc.wiphy, ifc.addr)}))
+    EXPECT_TRUE(hasLineWith(
+        result.out, {fmt::format("'{}' / ID {} / wiphy ID {} / MAC {}", ifc.name, ifc.ifindex, ifc.wiphy, ifc.addr)}))
         << result.out;
   }
 }
@@ -190,8 +190,8 @@ TEST(KernelTool, ScanStationsAndSurveyShowWhatIwShows) {
   auto const iwStations = iwValues(run("iw dev wlan0 station dump"), "Station ");
   ASSERT_EQ(iwStations.size(), 1u);
   auto const interfaces = iwDev();
-  auto const wlan1 = std::find_if(interfaces.begin(), interfaces.end(),
-                                  [](IwInterface const& ifc) { return ifc.name == "wlan1"; });
+  auto const wlan1 =
+      std::find_if(interfaces.begin(), interfaces.end(), [](IwInterface const& ifc) { return ifc.name == "wlan1"; });
   ASSERT_NE(wlan1, interfaces.end());
   EXPECT_EQ(*iwStations.begin(), wlan1->addr);
   EXPECT_TRUE(hasLineWith(stations.out, {wlan1->addr})) << stations.out;
@@ -215,23 +215,18 @@ TEST(KernelTool, ScanStationsAndSurveyShowWhatIwShows) {
   }
   ASSERT_FALSE(channels.empty()) << iwSurvey;
   EXPECT_EQ(linesOf(survey.out).size(), channels.size()) << survey.out;
-  for (auto const& [mhz, parts] : channels)
-    EXPECT_TRUE(hasLineWith(survey.out, parts)) << survey.out;
-  auto const inUse = [](std::string const& text) {
-    return text.find("[in use]") != std::string::npos;
-  };
+  for (auto const& [mhz, parts] : channels) EXPECT_TRUE(hasLineWith(survey.out, parts)) << survey.out;
+  auto const inUse = [](std::string const& text) { return text.find("[in use]") != std::string::npos; };
   EXPECT_EQ(inUse(survey.out), inUse(iwSurvey)) << iwSurvey;
 }
 
 TEST(KernelTool, EventsPrintsAnInterfaceAddedAndRemovedUntilSigint) {
   Process events({"events"});
-  ASSERT_TRUE(waitFor([&] { return events.err().find("listening") != std::string::npos; },
-                      std::chrono::seconds(60)))
+  ASSERT_TRUE(waitFor([&] { return events.err().find("listening") != std::string::npos; }, std::chrono::seconds(60)))
       << events.err();
   run("iw phy phy2 interface add mon0 type monitor");
   run("iw dev mon0 del");
-  ASSERT_TRUE(waitFor([&] { return events.out().find("ifc deleted:") != std::string::npos; },
-                      std::chrono::seconds(60)))
+  ASSERT_TRUE(waitFor([&] { return events.out().find("ifc deleted:") != std::string::npos; }, std::chrono::seconds(60)))
       << events.out();
   events.signal(SIGINT);
   int const raw = events.wait();
@@ -240,8 +235,7 @@ TEST(KernelTool, EventsPrintsAnInterfaceAddedAndRemovedUntilSigint) {
   auto const out = events.out();
   EXPECT_TRUE(hasLineWith(out, {"ifc created: ", "'mon0'", "wiphy ID 2"})) << out;
   EXPECT_TRUE(hasLineWith(out, {"ifc deleted: ", "'mon0'", "wiphy ID 2"})) << out;
-  EXPECT_NE(events.err().find(
-                fmt::format("ny80211 events: stopped; events seen: {}\n", linesOf(out).size())),
+  EXPECT_NE(events.err().find(fmt::format("ny80211 events: stopped; events seen: {}\n", linesOf(out).size())),
             std::string::npos)
       << events.err();
 }
@@ -268,9 +262,7 @@ TEST(KernelTool, RefusalsAndUnknownNames) {
        "ny80211 param: Netlink error: Operation not supported (-95); failed command: set "
        "addlocalpeer 1 2 3 on wlan1\n"},
       {{"param", "get", "phy0", "foo"}, 2, "ny80211 param: unknown parameter 'foo'\n"},
-      {{"param", "set", "phy0", "txchainmask", "1", "2"},
-       2,
-       "ny80211 param: 'txchainmask' takes 1 value, not 2\n"},
+      {{"param", "set", "phy0", "txchainmask", "1", "2"}, 2, "ny80211 param: 'txchainmask' takes 1 value, not 2\n"},
   };
   for (auto const& c : cases) {
     auto const result = ny80211(c.args);

@@ -39,8 +39,7 @@ TEST(AttrStream, WrittenValuesReadBackThroughAFreshStream) {
   EXPECT_EQ(nla_len(in.find(5)), 6);  // with its NUL
   EXPECT_EQ(in.getMac(6), mac);
   auto const bytes = in.getBytes(7);
-  EXPECT_EQ(std::vector<std::byte>(bytes.begin(), bytes.end()),
-            std::vector<std::byte>(raw.begin(), raw.end()));
+  EXPECT_EQ(std::vector<std::byte>(bytes.begin(), bytes.end()), std::vector<std::byte>(raw.begin(), raw.end()));
   EXPECT_EQ(nla_len(in.find(8)), 0);
   EXPECT_EQ(out.find(4), in.find(4));  // the writing stream indexed each attribute as it went
 
@@ -63,12 +62,9 @@ TEST(AttrStream, MissingAndShortAttributes) {
   nla_put(m.msg, 4, 5, "abcde");
   nla_put(m.msg, 5, 0, nullptr);
   auto const s = m.stream();
-  EXPECT_THAT([&] { s.getU32(3); },
-              ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 4)"));
-  EXPECT_THAT([&] { s.getU64(3); },
-              ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 8)"));
-  EXPECT_THAT([&] { s.getMac(4); },
-              ThrowsMessage<Error>("attribute (type 4) payload too small for data type (5 < 6)"));
+  EXPECT_THAT([&] { s.getU32(3); }, ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 4)"));
+  EXPECT_THAT([&] { s.getU64(3); }, ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 8)"));
+  EXPECT_THAT([&] { s.getMac(4); }, ThrowsMessage<Error>("attribute (type 4) payload too small for data type (5 < 6)"));
   EXPECT_THAT([&] { s.getString(5); },
               ThrowsMessage<Error>("attribute (type 5) payload too small for data type (0 < 1)"));
   EXPECT_EQ(s.getString(4), "abcde");  // without its NUL it ends at the attribute
@@ -81,14 +77,12 @@ TEST(AttrStream, FirstOfATypeWinsAsFarAsTheWalkReaches) {
   m.u32(3, 2).u32(NLA_F_NESTED | 5, 7).u32(0, 1).u32(351, 2).u32(0x3fff, 3);
   auto const s = m.stream();
   EXPECT_EQ(s.find(3), s.head());
-  EXPECT_THAT([&] { s.getU32(3); },
-              ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 4)"));
+  EXPECT_THAT([&] { s.getU32(3); }, ThrowsMessage<Error>("attribute (type 3) payload too small for data type (2 < 4)"));
   // Flag bits are no part of a type; types past its 14 bits are never there.
   EXPECT_EQ(s.getU32(5) + s.getU32(0) + s.getU32(351) + s.getU32(0x3fff), 13u);
   for (int type : {-1, 2, 0x4003, NLA_F_NESTED | 5, 0x10003}) {
     EXPECT_FALSE(s.has(type)) << type;
-    EXPECT_THAT([&] { s.find(type); },
-                ThrowsMessage<AttrNotFound>(fmt::format("attribute not found (type {})", type)));
+    EXPECT_THAT([&] { s.find(type); }, ThrowsMessage<AttrNotFound>(fmt::format("attribute not found (type {})", type)));
   }
   // A length past the area's end, or below a header's, ends the walk there.
   for (std::uint16_t const length : {2, 200}) {
@@ -119,8 +113,7 @@ TEST(AttrStream, FailedWritesLeaveOneCopyAndTheIndexIntact) {
 
   TestMessage small(64);
   auto full = small.stream();
-  EXPECT_THAT([&] { full.addString(5, std::string(100, 'x')); },
-              ThrowsMessage<Error>("failed to add attribute"));
+  EXPECT_THAT([&] { full.addString(5, std::string(100, 'x')); }, ThrowsMessage<Error>("failed to add attribute"));
   EXPECT_FALSE(full.has(5));
   full.addU32(6, 1);  // what fits still goes in
   EXPECT_TRUE(full.has(6));

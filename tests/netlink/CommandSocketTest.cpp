@@ -1,6 +1,3 @@
-#include <sys/socket.h>
-#include <sys/time.h>
-
 #include <atomic>
 #include <climits>
 #include <cstring>
@@ -12,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 #include <netlink/errno.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include "NetlinkPeer.h"
 #include "TraceCapture.h"
@@ -107,8 +106,7 @@ TEST(CommandSocketStamps, FamilyCutTo16BitsAndOneAckMarkPerAcknowledgement) {
 TEST_F(CommandSocketTest, DumpDeliversEveryEntryInOrderAcrossDatagrams) {
   peer.serve([](Request const& request) {
     EXPECT_TRUE(request.header().nlmsg_flags & NLM_F_DUMP);
-    return std::vector<Bytes>{join({entry(request, 1), entry(request, 2)}),
-                              join({entry(request, 3), done(request)})};
+    return std::vector<Bytes>{join({entry(request, 1), entry(request, 2)}), join({entry(request, 3), done(request)})};
   });
   auto command = Nl80211Command::dump(NL80211_CMD_GET_INTERFACE, "dump interfaces");
   EXPECT_EQ(collectTags(command), (std::vector<std::uint32_t>{1, 2, 3}));
@@ -127,8 +125,7 @@ TEST_F(CommandSocketTest, StopFromTheCallbackDoesNotEndTheExchange) {
 
 TEST_F(CommandSocketTest, InterruptedDumpThrowsAfterDeliveringItsEntries) {
   peer.serve([](Request const& request) {
-    return std::vector<Bytes>{join({entry(request, 1), entry(request, 2, NLM_F_DUMP_INTR)}),
-                              done(request)};
+    return std::vector<Bytes>{join({entry(request, 1), entry(request, 2, NLM_F_DUMP_INTR)}), done(request)};
   });
   auto command = Nl80211Command::dump(NL80211_CMD_GET_SCAN, "dump scan");
   std::vector<std::uint32_t> tags;
@@ -139,8 +136,7 @@ TEST_F(CommandSocketTest, InterruptedDumpThrowsAfterDeliveringItsEntries) {
     });
     FAIL() << "no exception";
   } catch (DumpInterrupted const& e) {
-    EXPECT_EQ(std::string(e.what()),
-              std::string(nl_geterror(-NLE_DUMP_INTR)) + "; command: dump scan");
+    EXPECT_EQ(std::string(e.what()), std::string(nl_geterror(-NLE_DUMP_INTR)) + "; command: dump scan");
   }
   EXPECT_EQ(tags, (std::vector<std::uint32_t>{1, 2}));
 }
@@ -184,28 +180,26 @@ TEST_P(CommandErrors, KernelErrorBecomesCmdFailureAndAWarning) {
   } catch (CmdFailure const& e) {
     EXPECT_EQ(std::string(e.what()), c.expected + "; failed command: get interface 3");
   }
-  EXPECT_EQ(capture.lines(),
-            (std::vector<TraceLine>{{trace::Provider::Cmd, trace::Level::Warn,
-                                     c.expected + "; failed command: get interface 3\n"}}));
+  EXPECT_EQ(capture.lines(), (std::vector<TraceLine>{{trace::Provider::Cmd, trace::Level::Warn,
+                                                      c.expected + "; failed command: get interface 3\n"}}));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Replies, CommandErrors,
-    ::testing::Values(
-        ErrorCase{"Plain", -19, std::nullopt, false, Tlvs::AsBuilt,
-                  "Netlink error: No such device (-19)"},
-        ErrorCase{"ExtendedMessage", -95, "not supported by the driver", false, Tlvs::AsBuilt,
-                  "Netlink error: Operation not supported (-95) [not supported by the driver]"},
-        ErrorCase{"ExtendedMessageCapped", -22, "missing attribute", true, Tlvs::AsBuilt,
-                  "Netlink error: Invalid argument (-22) [missing attribute]"},
-        ErrorCase{"ExtendedWithoutMessage", -22, std::nullopt, false, Tlvs::OtherAttribute,
-                  "Netlink error: Invalid argument (-22)"},
-        ErrorCase{"ExtendedWithoutMessageCapped", -1, std::nullopt, true, Tlvs::OtherAttribute,
-                  "Netlink error: Operation not permitted (-1)"},
-        ErrorCase{"EmptyExtendedMessage", -22, std::nullopt, false, Tlvs::EmptyMessage,
-                  "Netlink error: Invalid argument (-22) [<invalid>]"},
-        ErrorCase{"LowestErrorNumber", INT_MIN, std::nullopt, false, Tlvs::AsBuilt,
-                  "Netlink error: Unknown error 2147483648 (-2147483648)"}),
+    ::testing::Values(ErrorCase{"Plain", -19, std::nullopt, false, Tlvs::AsBuilt,
+                                "Netlink error: No such device (-19)"},
+                      ErrorCase{"ExtendedMessage", -95, "not supported by the driver", false, Tlvs::AsBuilt,
+                                "Netlink error: Operation not supported (-95) [not supported by the driver]"},
+                      ErrorCase{"ExtendedMessageCapped", -22, "missing attribute", true, Tlvs::AsBuilt,
+                                "Netlink error: Invalid argument (-22) [missing attribute]"},
+                      ErrorCase{"ExtendedWithoutMessage", -22, std::nullopt, false, Tlvs::OtherAttribute,
+                                "Netlink error: Invalid argument (-22)"},
+                      ErrorCase{"ExtendedWithoutMessageCapped", -1, std::nullopt, true, Tlvs::OtherAttribute,
+                                "Netlink error: Operation not permitted (-1)"},
+                      ErrorCase{"EmptyExtendedMessage", -22, std::nullopt, false, Tlvs::EmptyMessage,
+                                "Netlink error: Invalid argument (-22) [<invalid>]"},
+                      ErrorCase{"LowestErrorNumber", INT_MIN, std::nullopt, false, Tlvs::AsBuilt,
+                                "Netlink error: Unknown error 2147483648 (-2147483648)"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // A quoted request need not be a multiple of 4 long; the attributes behind it
@@ -242,8 +236,7 @@ TEST_F(CommandSocketTest, ErrorWithoutDebugTextSaysSo) {
         try {
           socket.sendMessage(bare, [](nl_msg*) { return NL_OK; });
         } catch (CmdFailure const& e) {
-          EXPECT_STREQ(e.what(),
-                       "Netlink error: No such device (-19); failed command: <no debug info>");
+          EXPECT_STREQ(e.what(), "Netlink error: No such device (-19); failed command: <no debug info>");
           throw;
         }
       },
@@ -259,8 +252,7 @@ struct ReceiveFailure {
 
 void PrintTo(ReceiveFailure const& c, std::ostream* out) { *out << c.name; }
 
-class ReceiveFailures : public CommandSocketTest,
-                        public ::testing::WithParamInterface<ReceiveFailure> {};
+class ReceiveFailures : public CommandSocketTest, public ::testing::WithParamInterface<ReceiveFailure> {};
 
 TEST_P(ReceiveFailures, BecomeErrorAndLeaveTheSocketUsable) {
   auto const& c = GetParam();
@@ -275,33 +267,32 @@ TEST_P(ReceiveFailures, BecomeErrorAndLeaveTheSocketUsable) {
   } catch (CmdFailure const&) {
     FAIL() << "a receive failure is no kernel error";
   } catch (Error const& e) {
-    EXPECT_EQ(std::string(e.what()),
-              fmt::format("message receive failed: {} ({}); command: get interface 1",
-                          nl_geterror(c.libnlError), c.libnlError));
+    EXPECT_EQ(std::string(e.what()), fmt::format("message receive failed: {} ({}); command: get interface 1",
+                                                 nl_geterror(c.libnlError), c.libnlError));
   }
   auto next = getInterface(2, "next");
   socket.sendMessage(next, [](nl_msg*) { return NL_OK; });
   EXPECT_EQ(next.debugInfoString(), "[ACK] next");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Replies, ReceiveFailures,
-    ::testing::Values(
-        ReceiveFailure{"WrongSequence", -NLE_SEQ_MISMATCH,
-                       [](Request const& request) {
-                         auto reply = error(request, 0);
-                         reinterpret_cast<nlmsghdr*>(reply.data())->nlmsg_seq += 1000;
-                         return reply;
-                       }},
-        ReceiveFailure{"TruncatedError", -NLE_MSG_TRUNC,
-                       [](Request const& request) {
-                         auto reply = error(request, -19);
-                         reply.resize(NLMSG_HDRLEN + sizeof(int));  // no quoted request
-                         reinterpret_cast<nlmsghdr*>(reply.data())->nlmsg_len =
-                             static_cast<std::uint32_t>(reply.size());
-                         return reply;
-                       }}),
-    [](auto const& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Replies, ReceiveFailures,
+                         ::testing::Values(ReceiveFailure{"WrongSequence", -NLE_SEQ_MISMATCH,
+                                                          [](Request const& request) {
+                                                            auto reply = error(request, 0);
+                                                            reinterpret_cast<nlmsghdr*>(reply.data())->nlmsg_seq +=
+                                                                1000;
+                                                            return reply;
+                                                          }},
+                                           ReceiveFailure{"TruncatedError", -NLE_MSG_TRUNC,
+                                                          [](Request const& request) {
+                                                            auto reply = error(request, -19);
+                                                            reply.resize(NLMSG_HDRLEN +
+                                                                         sizeof(int));  // no quoted request
+                                                            reinterpret_cast<nlmsghdr*>(reply.data())->nlmsg_len =
+                                                                static_cast<std::uint32_t>(reply.size());
+                                                            return reply;
+                                                          }}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 // A receive that times out while replies are still due fails that exchange
 // alone: its late replies, whatever they are, are dropped, and the next
@@ -314,7 +305,10 @@ TEST(CommandSocketReceive, LateRepliesOfAFailedExchangeAreDropped) {
   };
   for (auto const& row : {
            Row{"acknowledgement", [](Request const& r) { return std::vector<Bytes>{error(r, 0)}; }},
-           Row{"dump", [](Request const& r) { return std::vector<Bytes>{entry(r, 1), done(r)}; }},
+           Row{"dump",
+               [](Request const& r) {
+                 return std::vector<Bytes>{entry(r, 1), done(r)};
+               }},
            Row{"kernel error", [](Request const& r) { return std::vector<Bytes>{error(r, -19)}; }},
        }) {
     SCOPED_TRACE(row.what);
@@ -393,8 +387,7 @@ TEST(CommandSocketSend, FailureNamesTheCommand) {
 TEST_F(CommandSocketTest, ConcurrentSendsDoNotInterleave) {
   peer.serve([](Request const& request) {
     auto const tag = u32Of(request.bytes, NL80211_ATTR_IFINDEX);
-    return std::vector<Bytes>{entry(request, tag), join({entry(request, tag), entry(request, tag)}),
-                              done(request)};
+    return std::vector<Bytes>{entry(request, tag), join({entry(request, tag), entry(request, tag)}), done(request)};
   });
   constexpr int threads = 4, rounds = 25;
   std::atomic<int> good{0};

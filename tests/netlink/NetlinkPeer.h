@@ -3,22 +3,22 @@
 // NETLINK_USERSOCK socket that reads each request and answers the request's
 // port and sequence number with replies built through libnl.
 
-#include <linux/netlink.h>
-#include <netlink/genl/genl.h>
-#include <netlink/msg.h>
-#include <netlink/netlink.h>
-#include <netlink/socket.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <netlink/genl/genl.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/socket.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "ny80211/Socket.h"
 
@@ -76,8 +76,7 @@ inline Bytes done(Request const& request) {
 // extended message it carries NLM_F_ACK_TLVS, and with capped the quoted
 // request is its header alone (NLM_F_CAPPED).
 inline Bytes error(Request const& request, int errorNumber,
-                   std::optional<std::string> const& extendedMessage = std::nullopt,
-                   bool capped = false) {
+                   std::optional<std::string> const& extendedMessage = std::nullopt, bool capped = false) {
   int flags = 0;
   if (extendedMessage) flags |= NLM_F_ACK_TLVS;
   if (capped) flags |= NLM_F_CAPPED;
@@ -91,8 +90,8 @@ inline Bytes error(Request const& request, int errorNumber,
   if (!capped) {
     auto const& quoted = request.bytes;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): nlmsg_append only reads it
-    nlmsg_append(msg, const_cast<unsigned char*>(quoted.data()) + NLMSG_HDRLEN,
-                 quoted.size() - NLMSG_HDRLEN, NLMSG_ALIGNTO);
+    nlmsg_append(msg, const_cast<unsigned char*>(quoted.data()) + NLMSG_HDRLEN, quoted.size() - NLMSG_HDRLEN,
+                 NLMSG_ALIGNTO);
   }
   if (extendedMessage) nla_put_string(msg, NLMSGERR_ATTR_MSG, extendedMessage->c_str());
   return bytesOf(msg);
@@ -163,8 +162,7 @@ class NetlinkPeer {
     Bytes buffer(65536);
     sockaddr_nl from{};
     socklen_t length = sizeof from;
-    auto const got = ::recvfrom(fd_, buffer.data(), buffer.size(), 0,
-                                reinterpret_cast<sockaddr*>(&from), &length);
+    auto const got = ::recvfrom(fd_, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
     if (got <= 0) return std::nullopt;
     buffer.resize(static_cast<std::size_t>(got));
     return Request{std::move(buffer), from.nl_pid};

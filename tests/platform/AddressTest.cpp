@@ -35,8 +35,7 @@ TEST(Address, CopiesCompareByteWiseAndOnlySixBytesMakeAnAddress) {
   EXPECT_LT(a, b);  // first byte that differs decides, as on the wire
   std::array<std::uint8_t, 5> const five{};
   EXPECT_THAT([&] { MacAddress{nycpp::span<const std::uint8_t>(five)}; },
-              ::testing::ThrowsMessage<std::invalid_argument>(
-                  "address of 5 bytes where 6 are expected"));
+              ::testing::ThrowsMessage<std::invalid_argument>("address of 5 bytes where 6 are expected"));
 }
 
 }  // namespace

@@ -34,7 +34,8 @@ void countSignal(int) { ++signalsSeen; }
 
 // Neither time nor signals end the wait: only a trigger from another thread does.
 TEST(Epoll, TriggerFromAnotherThreadWakesTheWaiterWhichRunsTheCallback) {
-  struct sigaction action{}, previous{};
+  struct sigaction action {
+  }, previous{};
   action.sa_handler = countSignal;  // no SA_RESTART: epoll_wait fails with EINTR
   ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
   TEVPoll::EpollFD epoll;
@@ -73,17 +74,18 @@ TEST(Epoll, ReadyDescriptorsRunOnlyWhileReadIsEnabled) {
   TEVPoll::EpollFD epoll;
   Pipe pipe;
   int calls = 0, wakes = 0;
-  TEVPoll::EpollAssociation original(epoll, pipe.readEnd(),
-                                     [&](void*, std::uint32_t) { ++calls; }, nullptr);
+  TEVPoll::EpollAssociation original(
+      epoll, pipe.readEnd(), [&](void*, std::uint32_t) { ++calls; }, nullptr);
   TEVPoll::EpollAssociation association(std::move(original));
   EXPECT_EQ(association.GetFD(), pipe.readEnd());
   EXPECT_EQ(original.GetFD(), -1);  // NOLINT(bugprone-use-after-move)
-  TEVPoll::EventFD first(epoll, [&](void*, std::uint32_t) { ++wakes; }, nullptr);
+  TEVPoll::EventFD first(
+      epoll, [&](void*, std::uint32_t) { ++wakes; }, nullptr);
   TEVPoll::EventFD wake(std::move(first));
   pipe.put();
   wake.Trigger();
   wake.Trigger();  // two triggers are one wake-up: the counter is drained
-  epoll.Wait();  // only the wake-up is reported: read is not enabled yet
+  epoll.Wait();    // only the wake-up is reported: read is not enabled yet
   EXPECT_EQ(calls, 0);
   EXPECT_EQ(wakes, 1);
 
@@ -124,11 +126,12 @@ TEST(Epoll, CallbackThatDestroysItsOwnAndAnotherAssociation) {
 
 TEST(Epoll, BadDescriptorThrowsAndAssociationMayOutliveItsEpoll) {
   auto epoll = std::make_unique<TEVPoll::EpollFD>();
-  EXPECT_THROW(TEVPoll::EpollAssociation(*epoll, -1, [](void*, std::uint32_t) {}, nullptr),
+  EXPECT_THROW(TEVPoll::EpollAssociation(
+                   *epoll, -1, [](void*, std::uint32_t) {}, nullptr),
                std::system_error);
   Pipe pipe;
-  TEVPoll::EpollAssociation association(*epoll, pipe.readEnd(), [](void*, std::uint32_t) {},
-                                        nullptr);
+  TEVPoll::EpollAssociation association(
+      *epoll, pipe.readEnd(), [](void*, std::uint32_t) {}, nullptr);
   epoll.reset();
   // Destroying the association afterwards must not use the closed descriptor.
 }

@@ -57,9 +57,9 @@ TEST(Frequency, AgreesWithTheChannelConversions) {
 // Off the raster and between the bands; the channel numbers follow from the
 // agreement above.
 TEST(Frequency, BandOffTheRasterAndOutsideEveryBand) {
-  std::pair<std::uint32_t, nl80211_band> const edges[] = {
-      {2407, NL80211_BAND_2GHZ},  {5182, NL80211_BAND_5GHZ},  {5950, NL80211_BAND_6GHZ},
-      {50000, NUM_NL80211_BANDS}, {70201, NUM_NL80211_BANDS}, {0xffffffffu, NUM_NL80211_BANDS}};
+  std::pair<std::uint32_t, nl80211_band> const edges[] = {{2407, NL80211_BAND_2GHZ},  {5182, NL80211_BAND_5GHZ},
+                                                          {5950, NL80211_BAND_6GHZ},  {50000, NUM_NL80211_BANDS},
+                                                          {70201, NUM_NL80211_BANDS}, {0xffffffffu, NUM_NL80211_BANDS}};
   for (auto const& [mhz, band] : edges) EXPECT_EQ(MHz(mhz).GetBand(), band) << mhz << " MHz";
 }
 

@@ -40,7 +40,7 @@ TEST(SpanFormat, EveryByteVisibleAndUnambiguous) {
       {"", ""},
       {" Home~", " Home~"},
       {std::string("a\0b", 3), "a\\x00b"},  // NUL inside, not an end
-      {"\\x41", "\\x5cx41"},  // a literal escape stays distinct from byte 0x41
+      {"\\x41", "\\x5cx41"},                // a literal escape stays distinct from byte 0x41
       {"\t\n\x7f", "\\x09\\x0a\\x7f"},
       {"\xc3\xa9\xff", "\\xc3\\xa9\\xff"},
   };

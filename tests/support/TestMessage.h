@@ -95,8 +95,7 @@ struct TestMessage {
 
   AttrStream stream() const {
     auto* genl = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(msg)));
-    return AttrStream(msg, genlmsg_attrdata(genl, 0),
-                      static_cast<unsigned long>(genlmsg_attrlen(genl, 0)));
+    return AttrStream(msg, genlmsg_attrdata(genl, 0), static_cast<unsigned long>(genlmsg_attrlen(genl, 0)));
   }
   TestMessage& u32(int type, std::uint32_t value) { return nla_put_u32(msg, type, value), *this; }
   nlattr* put(int type, Bytes const& payload) {

@@ -21,8 +21,7 @@ struct TraceLine {
 };
 
 inline std::ostream& operator<<(std::ostream& out, TraceLine const& line) {
-  return out << trace::name(line.provider) << '/' << trace::name(line.level) << ": \"" << line.text
-             << '"';
+  return out << trace::name(line.provider) << '/' << trace::name(line.level) << ": \"" << line.text << '"';
 }
 
 class TraceCapture : public trace::Sink {

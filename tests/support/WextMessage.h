@@ -19,12 +19,11 @@
 #include <string>
 #include <vector>
 
-#include <sys/socket.h>
-
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
 #include <netlink/msg.h>
+#include <sys/socket.h>
 
 namespace Ny80211::testing {
 
@@ -98,8 +97,7 @@ class WextMessage {
     // A copy of the first bytes only, so that nothing behind the cut is there
     // to be read.
     auto* header = nlmsg_hdr(msg);
-    header->nlmsg_len = std::min(header->nlmsg_len,
-                                 static_cast<std::uint32_t>(NLMSG_HDRLEN + *fields.linkSize));
+    header->nlmsg_len = std::min(header->nlmsg_len, static_cast<std::uint32_t>(NLMSG_HDRLEN + *fields.linkSize));
     nl_msg* cut = nlmsg_convert(header);
     nlmsg_free(msg);
     return cut;

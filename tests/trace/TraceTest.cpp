@@ -28,11 +28,10 @@ TEST(Trace, EachLineReachesTheSinkWithItsProviderAndLevel) {
   Ny80211::trace::cmdWarn("{} rejected", "NL80211_CMD_TRIGGER_SCAN");
   Ny80211::trace::eventErr("cannot decode");
   Ny80211::trace::eventInfo("{:>5}|", 42);
-  EXPECT_EQ(capture.lines(),
-            (std::vector<TraceLine>{{Provider::Cmd, Level::Err, "event receive failed (-33)"},
-                                    {Provider::Cmd, Level::Warn, "NL80211_CMD_TRIGGER_SCAN rejected"},
-                                    {Provider::Event, Level::Err, "cannot decode"},
-                                    {Provider::Event, Level::Info, "   42|"}}));
+  EXPECT_EQ(capture.lines(), (std::vector<TraceLine>{{Provider::Cmd, Level::Err, "event receive failed (-33)"},
+                                                     {Provider::Cmd, Level::Warn, "NL80211_CMD_TRIGGER_SCAN rejected"},
+                                                     {Provider::Event, Level::Err, "cannot decode"},
+                                                     {Provider::Event, Level::Info, "   42|"}}));
 }
 
 TEST(Trace, NestedCapturesRestoreThePreviousSink) {

@@ -67,15 +67,20 @@ struct Table {
 
 // NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): binds the table, reads nothing of it
 Table const tables[] = {
-    {"radio_vendor_cmds.list", g_radio_vendor_param_table, radio_vendor_cmds, 505,
+    {"radio_vendor_cmds.list",
+     g_radio_vendor_param_table,
+     radio_vendor_cmds,
+     505,
      {{{74, 1}, 270}, {{75, 0}, 234}, {{75, 1}, 1}},
-     {"DMABcnRespT=0x0", "get_txchainmask=0x1001/get", "g_user_rnr_frame_sel=0x11d2/get#1",
-      "setHALparam=0x8be0", "getHALparam=0x8be1/get", "enable_large_mru=0x1220"}},
-    {"vap_vendor_cmds.list", g_vap_vendor_param_table, vap_vendor_cmds, 893,
+     {"DMABcnRespT=0x0", "get_txchainmask=0x1001/get", "g_user_rnr_frame_sel=0x11d2/get#1", "setHALparam=0x8be0",
+      "getHALparam=0x8be1/get", "enable_large_mru=0x1220"}},
+    {"vap_vendor_cmds.list",
+     g_vap_vendor_param_table,
+     vap_vendor_cmds,
+     893,
      {{{74, 1}, 449}, {{74, 2}, 17}, {{74, 3}, 5}, {{75, 0}, 419}, {{75, 1}, 3}},
-     {"turbo=0x1", "g_txpow=0x22e/get#1", "s_txpow=0x22e#2", "addlocalpeer=0x189#3",
-      "config_mesh_latency+=0x2db#2", "g_oce_version_override+=0x2bf/get", "setiebuf=0x8bf4",
-      "getiebuf=0x8bf3/get", "quenta_mdns_drop=0x1005"}},
+     {"turbo=0x1", "g_txpow=0x22e/get#1", "s_txpow=0x22e#2", "addlocalpeer=0x189#3", "config_mesh_latency+=0x2db#2",
+      "g_oce_version_override+=0x2bf/get", "setiebuf=0x8bf4", "getiebuf=0x8bf3/get", "quenta_mdns_drop=0x1005"}},
 };
 
 TEST(VendorTables, RowsEqualTheListingAndItsCounts) {
@@ -128,8 +133,7 @@ TEST(WifiParamVendorData, EveryRowWritesItsParameter) {
       std::uint32_t const values[] = {200, row.paramId, value, 7, 9};
       Bytes expected;
       for (std::uint16_t k = 0; k < 2 + row.valueCount; ++k) {
-        for (auto const& part : {bytesOf<std::uint16_t>(8), bytesOf<std::uint16_t>(17 + k),
-                                 bytesOf(values[k])}) {
+        for (auto const& part : {bytesOf<std::uint16_t>(8), bytesOf<std::uint16_t>(17 + k), bytesOf(values[k])}) {
           expected.insert(expected.end(), part.begin(), part.end());
         }
       }

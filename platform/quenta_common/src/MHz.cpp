@@ -25,9 +25,7 @@ Placement place(std::int64_t f) {
 
 }  // namespace
 
-nl80211_band MHz::GetBand() const noexcept {
-  return place(static_cast<std::int64_t>(value_)).band;
-}
+nl80211_band MHz::GetBand() const noexcept { return place(static_cast<std::int64_t>(value_)).band; }
 
 ChannelNumber MHz::GetChannelNumber() const noexcept {
   auto const f = static_cast<std::int64_t>(value_);

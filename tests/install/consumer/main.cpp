@@ -4,6 +4,6 @@
 #include "quenta_common/MHz.h"
 
 int main() {
-  fmt::print("ny80211 {} ({} MHz is channel {})\n", Ny80211::version(),
-             quenta_common::MHz(5180), quenta_common::MHz(5180).GetChannelNumber());
+  fmt::print("ny80211 {} ({} MHz is channel {})\n", Ny80211::version(), quenta_common::MHz(5180),
+             quenta_common::MHz(5180).GetChannelNumber());
 }

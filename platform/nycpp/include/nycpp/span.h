@@ -28,14 +28,16 @@ class span {
   constexpr span(T (&array)[N]) noexcept : data_(array), size_(N) {}
   // span<T> converts to span<const T>.
   template <class U>
-    requires(!std::is_same_v<U, T> && std::is_convertible_v<U (*)[], T (*)[]>)
-  constexpr span(span<U> other) noexcept : data_(other.data()), size_(other.size()) {}
+  requires(!std::is_same_v<U, T> &&
+           std::is_convertible_v<U (*)[], T (*)[]>) constexpr span(span<U> other) noexcept
+      : data_(other.data()), size_(other.size()) {}
   // Any contiguous container with data() and size(): std::vector, std::array, std::string.
   template <class C>
-    requires(!std::is_same_v<std::remove_cvref_t<C>, span> &&
-             std::is_convertible_v<std::remove_pointer_t<decltype(std::declval<C&>().data())> (*)[],
-                                   T (*)[]>)
-  constexpr span(C& container) noexcept(noexcept(container.data()))
+  requires(
+      !std::is_same_v<std::remove_cvref_t<C>, span> &&
+      std::is_convertible_v<std::remove_pointer_t<decltype(std::declval<C&>().data())> (*)[],
+                            T (*)[]>) constexpr span(C& container) noexcept(noexcept(container
+                                                                                         .data()))
       : data_(container.data()), size_(container.size()) {}
 
   constexpr T* data() const noexcept { return data_; }
@@ -98,14 +100,14 @@ inline std::string escapeChars(char const* data, std::size_t size) {
 
 // Character spans print as one escaped text, not as a range of characters.
 template <class Char>
-  requires std::is_same_v<std::remove_const_t<Char>, char>
-struct fmt::range_format_kind<nycpp::span<Char>, char>
+requires std::is_same_v < std::remove_const_t<Char>,
+char > struct fmt::range_format_kind<nycpp::span<Char>, char>
     : std::integral_constant<fmt::range_format, fmt::range_format::disabled> {};
 
 // Character spans print escaped; width, fill and alignment apply to the escaped text.
 template <class Char>
-  requires std::is_same_v<std::remove_const_t<Char>, char>
-struct fmt::formatter<nycpp::span<Char>> : fmt::formatter<fmt::string_view> {
+requires std::is_same_v < std::remove_const_t<Char>,
+char > struct fmt::formatter<nycpp::span<Char>> : fmt::formatter<fmt::string_view> {
   template <class Context>
   auto format(nycpp::span<Char> const& chars, Context& ctx) const {
     auto const text = nycpp::detail::escapeChars(chars.data(), chars.size());

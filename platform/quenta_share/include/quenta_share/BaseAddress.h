@@ -28,7 +28,9 @@ class BaseAddress {
   constexpr BaseAddress() noexcept = default;
   constexpr explicit BaseAddress(Bytes const& bytes) noexcept : bytes_(bytes) {}
   // Exactly N bytes; any other size throws std::invalid_argument.
-  explicit BaseAddress(nycpp::span<const std::uint8_t> bytes) { assign(bytes.data(), bytes.size()); }
+  explicit BaseAddress(nycpp::span<const std::uint8_t> bytes) {
+    assign(bytes.data(), bytes.size());
+  }
   explicit BaseAddress(nycpp::span<const std::byte> bytes) {
     assign(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size());
   }

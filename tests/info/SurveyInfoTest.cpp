@@ -92,16 +92,16 @@ TEST(SurveyInfo, AFailedReadLeavesTheRecordAndAGoodOneReplacesEveryField) {
     bool withIfindex;
     std::string read;
   } const rows[] = {
-      {fullInfo(), false, fmt::format(notFound, NL80211_ATTR_IFINDEX)},
-      {{}, true, fmt::format(notFound, NL80211_ATTR_SURVEY_INFO)},
+      {fullInfo(), false, fmt::format(notFound, int{NL80211_ATTR_IFINDEX})},
+      {{}, true, fmt::format(notFound, int{NL80211_ATTR_SURVEY_INFO})},
       {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {}), true,
-       fmt::format(notFound, NL80211_SURVEY_INFO_FREQUENCY)},
+       fmt::format(notFound, int{NL80211_SURVEY_INFO_FREQUENCY})},
       {replaced(fullInfo(), NL80211_SURVEY_INFO_FREQUENCY, {"1414"}), true,
-       fmt::format(tooSmall, NL80211_SURVEY_INFO_FREQUENCY, 2, 4)},
+       fmt::format(tooSmall, int{NL80211_SURVEY_INFO_FREQUENCY}, 2, 4)},
       {replaced(fullInfo(), NL80211_SURVEY_INFO_NOISE, {""}), true,
-       fmt::format(tooSmall, NL80211_SURVEY_INFO_NOISE, 0, 1)},
+       fmt::format(tooSmall, int{NL80211_SURVEY_INFO_NOISE}, 0, 1)},
       {replaced(fullInfo(), NL80211_SURVEY_INFO_TIME, {"e8030000"}), true,
-       fmt::format(tooSmall, NL80211_SURVEY_INFO_TIME, 4, 8)},
+       fmt::format(tooSmall, int{NL80211_SURVEY_INFO_TIME}, 4, 8)},
   };
   for (auto const& r : rows) {
     SCOPED_TRACE(r.read);

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <iostream>
 #include <string>
 #include <thread>
 
@@ -18,6 +19,7 @@
 #include <fmt/format.h>
 #include <pthread.h>
 
+#include "EventPrinter.h"
 #include "NyEvent/Publisher.h"
 #include "ScanTable.h"
 #include "StationTable.h"
@@ -27,31 +29,6 @@
 #include "ny80211/WextEvents.h"
 
 namespace {
-
-// Enqueued behind the last event: the consumer ends when it gets there.
-class EndOfEvents final : public Poco::Notification {};
-
-// The consumer: prints each event as one line, flushed at once so that
-// whoever reads the output sees the event when it happens. Returns how many
-// events it printed.
-std::size_t printEvents(Poco::NotificationQueue& queue) {
-  std::size_t count = 0;
-  for (;;) {
-    Poco::AutoPtr<Poco::Notification> const notification(queue.waitDequeueNotification());
-    if (notification.isNull()) continue;  // only a wakeUpAll() gives none
-    if (dynamic_cast<EndOfEvents const*>(notification.get()) != nullptr) return count;
-    if (auto const* event = dynamic_cast<Ny80211::Event::Nl80211Event const*>(notification.get())) {
-      fmt::print("{}\n", event->toString());
-    } else if (auto const* wext =
-                   dynamic_cast<Ny80211::Event::WextEvent const*>(notification.get())) {
-      fmt::print("{}\n", wext->toString());
-    } else {
-      fmt::print("notification {}\n", notification->name());
-    }
-    std::fflush(stdout);
-    ++count;
-  }
-}
 
 // Prints what table makes of interface name, or says why it could not.
 template <class Table>
@@ -112,7 +89,7 @@ int main(int argc, char** argv) {
   if (!connected) return 1;
 
   std::size_t seen = 0;
-  std::thread consumer([&queue, &seen] { seen = printEvents(queue); });
+  std::thread consumer([&queue, &seen] { seen = Example::printEvents(queue, std::cout); });
   fmt::print(
       "event_monitor: listening (SIGUSR1: scan table of {}, SIGUSR2: stations and survey of {}, "
       "SIGTERM: stop)\n",
@@ -136,7 +113,7 @@ int main(int argc, char** argv) {
   // The loop publishes nothing once it is joined, so the end marker comes
   // after the last event.
   context.stopEventLoop();
-  queue.enqueueNotification(new EndOfEvents);
+  queue.enqueueNotification(new Example::EndOfEvents);
   consumer.join();
   fmt::print("event_monitor: stopped; events seen: {}\n", seen);
   return 0;

@@ -23,6 +23,7 @@
 #include <linux/nl80211.h>
 #include <pthread.h>
 
+#include "EventPrinter.h"
 #include "NyEvent/Publisher.h"
 #include "Tool.h"
 #include "ny80211/Context.h"
@@ -36,30 +37,6 @@ constexpr std::array<std::string_view, 7> knownGroups{
     NL80211_MULTICAST_GROUP_MLME,     NL80211_MULTICAST_GROUP_VENDOR, NL80211_MULTICAST_GROUP_NAN,
     NL80211_MULTICAST_GROUP_TESTMODE,
 };
-
-// Enqueued behind the last event: the consumer ends when it gets there.
-class EndOfEvents final : public Poco::Notification {};
-
-// Prints each event as one line, flushed at once so that a reader sees it
-// when it happens; returns how many it printed.
-std::size_t printEvents(Poco::NotificationQueue& queue, std::ostream& out) {
-  std::size_t count = 0;
-  for (;;) {
-    Poco::AutoPtr<Poco::Notification> const notification(queue.waitDequeueNotification());
-    if (notification.isNull()) continue;  // only a wakeUpAll() gives none
-    if (dynamic_cast<EndOfEvents const*>(notification.get()) != nullptr) return count;
-    if (auto const* event = dynamic_cast<Ny80211::Event::Nl80211Event const*>(notification.get())) {
-      out << event->toString() << '\n';
-    } else if (auto const* wext =
-                   dynamic_cast<Ny80211::Event::WextEvent const*>(notification.get())) {
-      out << wext->toString() << '\n';
-    } else {
-      out << "notification " << notification->name() << '\n';
-    }
-    out.flush();
-    ++count;
-  }
-}
 
 // Blocks SIGINT and SIGTERM in this thread and the threads it starts, so
 // that they reach only sigwait; the old mask comes back at the end.
@@ -109,7 +86,7 @@ void events(Args args, Io& io) {
   context.startEventLoop();
 
   std::size_t seen = 0;
-  std::thread consumer([&queue, &seen, &io] { seen = printEvents(queue, io.out); });
+  std::thread consumer([&queue, &seen, &io] { seen = Example::printEvents(queue, io.out); });
   fmt::print(io.err,
              "ny80211 events: listening to nl80211 groups {} and wireless-extension events "
              "(SIGINT or SIGTERM stops)\n",
@@ -120,7 +97,7 @@ void events(Args args, Io& io) {
   // The loop publishes nothing once it is joined, so the end marker comes
   // after the last event.
   context.stopEventLoop();
-  queue.enqueueNotification(new EndOfEvents);
+  queue.enqueueNotification(new Example::EndOfEvents);
   consumer.join();
   fmt::print(io.err, "ny80211 events: stopped; events seen: {}\n", seen);
 }

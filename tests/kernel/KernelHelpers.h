@@ -1,255 +1,279 @@
 #pragma once
-// What the kernel tests share: running a command of the VM (iw, hostapd,
-// wpa_supplicant), reading what it prints, and waiting for a state of the
-// kernel.
-
-#include <array>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
+// What the kernel tests share: the VM's commands (iw, hostapd, wpa_supplicant)
+// and the library's records held against what iw prints of the same things.
 #include <fstream>
-#include <iostream>
-#include <memory>
+#include <map>
 #include <optional>
-#include <sstream>
-#include <stdexcept>
-#include <string>
+#include <set>
 #include <thread>
-#include <vector>
 
-#include <linux/nl80211.h>
-#include <net/if.h>
+#include <Poco/NotificationQueue.h>
+#include <fmt/ranges.h>
+#include <gtest/gtest.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
-#include <netlink/socket.h>
-#include <poll.h>
+#include <sys/wait.h>
+
+#include "ny80211/BssInfo.h"
+#include "ny80211/Context.h"
+#include "ny80211/Error.h"
+#include "ny80211/Events.h"
+#include "ny80211/StationInfo.h"
+#include "ny80211/SurveyInfo.h"
+#include "ny80211/WextEvents.h"
 
 namespace Ny80211::testing {
 
-// Runs a shell command and returns its standard output; throws if it fails.
-inline std::string run(std::string const& command) {
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// A shell command's output; its exit status goes to status where given, else any but 0 throws.
+inline std::string run(std::string const& command, int* status = nullptr) {
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-  if (!pipe) throw std::runtime_error("cannot run " + command);
   std::string out;
-  std::array<char, 4096> buffer{};
-  while (auto n = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) out.append(buffer.data(), n);
-  if (::pclose(pipe.release()) != 0) throw std::runtime_error(command + " failed:\n" + out);
+  for (int c = 0; pipe && (c = std::fgetc(pipe.get())) != EOF;) out += static_cast<char>(c);
+  int const raw = pipe ? ::pclose(pipe.release()) : -1;
+  int const code = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  if (status == nullptr && code != 0) throw std::runtime_error(command + " failed:\n" + out);
+  if (status != nullptr) *status = code;
   return out;
 }
 
-// Polls until ready() holds or the time is up; says which. The VM runs under
-// emulation on a shared machine, so a limit is a bound for a fault, never an
-// expected speed.
+// Polls until ready() or the limit; says which. The VM runs under emulation on
+// a shared machine: a limit bounds a fault, never an expected speed.
 template <class Ready>
-bool waitFor(Ready const& ready, std::chrono::seconds limit) {
-  auto const end = std::chrono::steady_clock::now() + limit;
-  while (!ready()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+bool waitFor(Ready const& ready, std::chrono::seconds limit = 60s) {
+  for (auto const end = Clock::now() + limit; !ready(); std::this_thread::sleep_for(100ms)) {
+    if (Clock::now() > end) return false;
   }
   return true;
 }
 
-// Scans with `iw dev <interface> scan trigger <options>` and returns once the
-// kernel has reported the end of that scan: true when it finished, false when
-// it was aborted. Not `iw dev <interface> scan`: iw joins the scan group only
-// after its trigger has returned, and waits for good for the end of a scan
-// that ended before (a few channels take well under a second). Here the group
-// is joined first, and an end counts only after this scan's start.
-inline bool scan(std::string const& interface, std::string const& options,
-                 std::chrono::seconds limit = std::chrono::seconds(120)) {
-  std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket(nl_socket_alloc(), nl_socket_free);
-  if (!socket || genl_connect(socket.get()) < 0) throw std::runtime_error("no generic netlink socket");
-  int const group = genl_ctrl_resolve_grp(socket.get(), "nl80211", "scan");
-  if (group < 0 || nl_socket_add_membership(socket.get(), group) < 0) {
-    throw std::runtime_error("cannot join nl80211's scan group");
+// hostapd or wpa_supplicant on one interface, from the rest of a configuration
+// text, until the object goes.
+class Daemon {
+ public:
+  Daemon(std::string const& program, std::string const& ifc, std::string const& config)
+      : pid_("/tmp/" + program + "-" + ifc + ".pid") {
+    bool const ap = program == "hostapd";
+    // wpa_supplicant's P2P device would be one more wdev for iw and the dumps.
+    std::ofstream(pid_ + ".conf") << (ap ? "driver=nl80211\nctrl_interface=/run/hostapd\ninterface=" + ifc + "\n"
+                                         : "ctrl_interface=/run/wpa_supplicant\np2p_disabled=1\n")
+                                  << config;
+    run(fmt::format("rm -f {0}; {1} -B -P {0} {2} {0}.conf >/dev/null", pid_, program, ap ? "" : "-i " + ifc + " -c"));
+    // An access point is up once iw shows its SSID (not during a radar channel
+    // check), a station once iw shows its link.
+    up_ = "iw dev " + ifc + (ap ? " info | grep -q '\tssid '" : " link | grep -q '^Connected'");
   }
-  nl_socket_disable_seq_check(socket.get());
-  struct Scan {
-    unsigned ifindex = 0;
-    bool started = false;
-    std::optional<bool> finished;
-  } state{::if_nametoindex(interface.c_str()), false, std::nullopt};
-  nl_socket_modify_cb(
-      socket.get(), NL_CB_VALID, NL_CB_CUSTOM,
-      [](nl_msg* message, void* arg) {
-        auto& scan = *static_cast<Scan*>(arg);
-        auto* header = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(message)));
-        auto* ifindex = nla_find(genlmsg_attrdata(header, 0), genlmsg_attrlen(header, 0), NL80211_ATTR_IFINDEX);
-        if (ifindex == nullptr || nla_get_u32(ifindex) != scan.ifindex) return static_cast<int>(NL_OK);
-        if (header->cmd == NL80211_CMD_TRIGGER_SCAN) {
-          scan.started = true;
-        } else if (scan.started &&
-                   (header->cmd == NL80211_CMD_NEW_SCAN_RESULTS || header->cmd == NL80211_CMD_SCAN_ABORTED)) {
-          scan.finished = header->cmd == NL80211_CMD_NEW_SCAN_RESULTS;
-        }
-        return static_cast<int>(NL_OK);
-      },
-      &state);
-  run("iw dev " + interface + " scan trigger " + options + " >/dev/null");
-  auto const end = std::chrono::steady_clock::now() + limit;
-  while (!state.finished) {
-    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    if (left.count() <= 0) {
-      throw std::runtime_error("no end of the scan on " + interface + " within " + std::to_string(limit.count()) +
-                               " s");
-    }
-    pollfd ready{nl_socket_get_fd(socket.get()), POLLIN, 0};
-    if (::poll(&ready, 1, static_cast<int>(left.count())) > 0 && nl_recvmsgs_default(socket.get()) < 0) {
-      throw std::runtime_error("cannot read nl80211's scan group");
-    }
+  // Returns once the daemon has exited (gone, or a zombie): only then has it put
+  // the interface back and removed its control socket, which the next one would
+  // lose. The pid file comes after -B has returned.
+  ~Daemon() {
+    int status = 0;
+    run(fmt::format(
+            "for i in $(seq 300); do [ -s {0} ] && break; sleep 0.1; done; p=$(cat {0}); kill $p && "
+            "for i in $(seq 600); do grep -qv ') Z' /proc/$p/stat 2>/dev/null || exit 0; sleep 0.1; done; exit 1",
+            pid_),
+        &status);
+    if (status != 0) std::cerr << pid_ << ": the daemon did not stop\n";
   }
-  return *state.finished;
-}
+  Daemon(Daemon const&) = delete;
+  Daemon& operator=(Daemon const&) = delete;
+  void awaitUp(std::chrono::seconds limit = 60s) const {
+    if (!waitFor([&] { return run(up_ + " && echo up || true") == "up\n"; }, limit)) throw std::runtime_error(up_);
+  }
 
-// One interface as `iw dev` prints it.
-struct IwInterface {
-  unsigned wiphy = 0;
-  std::string name;
-  unsigned ifindex = 0;
-  unsigned long long wdev = 0;
-  std::string addr;
-  std::string type;
-  auto operator<=>(IwInterface const&) const = default;
+ private:
+  std::string pid_, up_;
 };
 
-// Network interfaces only: a wdev without one (the P2P device that
-// wpa_supplicant makes) is left out, its lines with it.
-inline std::vector<IwInterface> iwDev() {
-  std::vector<IwInterface> interfaces;
-  IwInterface* current = nullptr;
-  unsigned phy = 0;
-  std::istringstream lines(run("iw dev"));
-  std::string line;
-  while (std::getline(lines, line)) {
-    std::istringstream words(line);
-    std::string key;
-    words >> key;
-    if (key.rfind("phy#", 0) == 0) {
-      phy = static_cast<unsigned>(std::stoul(key.substr(4)));
-      current = nullptr;
-    } else if (key == "Interface") {
-      current = &interfaces.emplace_back();
-      current->wiphy = phy;
-      words >> current->name;
-    } else if (key == "Unnamed/non-netdev" || current == nullptr) {
-      current = nullptr;
-    } else if (key == "ifindex") {
-      words >> current->ifindex;
-    } else if (key == "wdev") {
-      words >> std::hex >> current->wdev;
-    } else if (key == "addr") {
-      words >> current->addr;
-    } else if (key == "type") {
-      std::getline(words >> std::ws, current->type);
+// Every reply of a command, read as a Record.
+template <class Record, class Command>
+std::vector<Record> replies(CommandSocket& socket, Command&& command) {
+  std::vector<Record> records;
+  socket.sendMessage(command, [&](nl_msg* reply) {
+    if constexpr (std::is_constructible_v<Record, AttrStream const&>) {
+      records.emplace_back(GenlMessage(reply).attributes());
+    } else {
+      records.emplace_back().readFrom(GenlMessage(reply).attributes());
     }
-  }
-  return interfaces;
+    return NL_OK;
+  });
+  return records;
 }
 
-// Stops the daemon whose pid file (written by -B after the parent has
-// returned) is pidFile, and returns once it has exited; says so on stderr if
-// it does not.
-inline void stopDaemon(std::string const& what, std::string const& pidFile) {
-  // Gone, or a zombie that no one has reaped yet.
-  auto const exited = [](std::string const& pid) {
-    std::ifstream stat("/proc/" + pid + "/stat");
-    std::string line;
-    if (!std::getline(stat, line)) return true;
-    auto const state = line.rfind(") ");
-    return state != std::string::npos && line.compare(state + 2, 1, "Z") == 0;
+// A command with u32 attributes and, where given, an interface name.
+inline Nl80211Command command(std::uint8_t id, char const* debug, std::map<int, std::uint32_t> const& u32s,
+                              char const* name = nullptr) {
+  Nl80211Command made(id, debug);
+  for (auto const& [type, value] : u32s) made.attributes().addU32(type, value);
+  if (name != nullptr) made.attributes().addString(NL80211_ATTR_IFNAME, name);
+  return made;
+}
+
+// An interface by its index; the command's debug text, after, goes to debug where given.
+inline std::vector<InterfaceInfo> getInterface(CommandSocket& socket, std::string const& name,
+                                               std::string* debug = nullptr) {
+  NetIfcID const ifc(name);
+  Nl80211Command get(NL80211_CMD_GET_INTERFACE, fmt::format("get {}", ifc));
+  ifc.writeTo(get.attributes());
+  auto infos = replies<InterfaceInfo>(socket, get);
+  if (debug != nullptr) *debug = get.debugInfoString();
+  return infos;
+}
+
+// A record of iw's output: its first line and its values by key.
+struct IwRecord {
+  std::string head;
+  std::map<std::string, std::string> values;
+};
+
+// Each record opens with a line that begins with head (its tabs included); the
+// deeper lines below are its values, the key before the first separator, the
+// value after it; a line no deeper than head ends it.
+inline std::vector<IwRecord> iwRecords(std::string const& command, std::string const& head, char separator) {
+  auto const depth = head.find_first_not_of('\t');
+  auto const trimmed = [](std::string const& text) {
+    auto const first = text.find_first_not_of(" \t");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
   };
-  std::string pid;
-  waitFor([&] { return static_cast<bool>(std::ifstream(pidFile) >> pid); }, std::chrono::seconds(30));
-  if (pid.empty() || std::system(("kill " + pid).c_str()) != 0 ||
-      !waitFor([&] { return exited(pid); }, std::chrono::seconds(60))) {
-    std::cerr << what << " (pid '" << pid << "') did not stop\n";
+  std::vector<IwRecord> records;
+  bool open = false;
+  std::istringstream lines(run(command));
+  for (std::string line; std::getline(lines, line);) {
+    auto const indent = line.find_first_not_of('\t');
+    auto const at = line.find(separator, indent);
+    if (line.starts_with(head)) records.push_back({line.substr(depth), {}});
+    open = line.starts_with(head) || (open && indent > depth);
+    if (open && indent > depth && at != std::string::npos) {
+      records.back().values.emplace(trimmed(line.substr(0, at)), trimmed(line.substr(at + 1)));
+    }
   }
+  return records;
 }
 
-// hostapd running an access point from a configuration text, until the
-// object goes. The configuration names the interface; the access point is up
-// when `iw dev` shows the interface with its SSID, which it has only once it
-// beacons (not during a radar channel check, for one).
-class Hostapd {
- public:
-  Hostapd(std::string const& interface, std::string const& config,
-          std::chrono::seconds upWithin = std::chrono::seconds(60))
-      : interface_(interface) {
-    auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
-    path_ = dir + "/hostapd-" + interface + ".conf";
-    pidFile_ = dir + "/hostapd-" + interface + ".pid";
-    std::ofstream(path_) << "interface=" << interface << "\ndriver=nl80211\n"
-                         << "ctrl_interface=/run/hostapd\n"
-                         << config;
-    std::remove(pidFile_.c_str());
-    run("hostapd -B -P " + pidFile_ + " " + path_ + " >/dev/null");
-    if (upWithin.count() > 0) awaitBeacons(upWithin);
-  }
+// How a value may change between two reads: not (but with a frame between
+// them: a bitrate), growing (a counter), or growing with the time and back to
+// 0 with each frame (the inactive time).
+enum class Moves { Not, Grows, Resets };
 
-  void awaitBeacons(std::chrono::seconds limit) const {
-    if (!waitFor([&] { return run("iw dev " + interface_ + " info").find("\tssid ") != std::string::npos; }, limit)) {
-      throw std::runtime_error("hostapd did not start an access point on " + interface_);
-    }
-  }
-
-  // Returns once hostapd has exited: only then has it put the interface back
-  // and removed its control socket and pid file, which the next hostapd on
-  // the interface would otherwise lose.
-  ~Hostapd() { stopDaemon("hostapd on " + interface_, pidFile_); }
-  Hostapd(Hostapd const&) = delete;
-  Hostapd& operator=(Hostapd const&) = delete;
-
-  // hostapd_cli's command for this interface; throws unless it answers OK.
-  void cli(std::string const& command) const {
-    auto const answer = run("hostapd_cli -p /run/hostapd -i " + interface_ + " " + command);
-    if (answer.find("OK") == std::string::npos) {
-      throw std::runtime_error("hostapd_cli " + command + ": " + answer);
-    }
-  }
-
- private:
-  std::string interface_;
-  std::string path_;
-  std::string pidFile_;
+// A field: its key in iw's output, how it moves, and the library's value as iw
+// prints it (none where the library read none).
+template <class Record>
+struct Field {
+  char const* key;
+  Moves moves;
+  std::optional<std::string> (*text)(Record const&);
 };
 
-// wpa_supplicant on a station interface from the network blocks of a
-// configuration text, connected once the object is made, until it goes.
-class WpaSupplicant {
- public:
-  WpaSupplicant(std::string const& interface, std::string const& networks,
-                std::chrono::seconds connectWithin = std::chrono::seconds(60))
-      : interface_(interface) {
-    auto const dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp");
-    auto const path = dir + "/wpa_supplicant-" + interface + ".conf";
-    pidFile_ = dir + "/wpa_supplicant-" + interface + ".pid";
-    std::ofstream(path) << "ctrl_interface=/run/wpa_supplicant\n" << networks;
-    std::remove(pidFile_.c_str());
-    run("wpa_supplicant -B -i " + interface + " -c " + path + " -P " + pidFile_ + " >/dev/null");
-    if (!waitFor([&] { return run("iw dev " + interface + " link").starts_with("Connected to "); }, connectWithin)) {
-      stopDaemon("wpa_supplicant on " + interface, pidFile_);
-      throw std::runtime_error("wpa_supplicant did not connect " + interface);
-    }
-  }
-
-  // Returns once wpa_supplicant has exited, its control socket removed.
-  ~WpaSupplicant() { stopDaemon("wpa_supplicant on " + interface_, pidFile_); }
-  WpaSupplicant(WpaSupplicant const&) = delete;
-  WpaSupplicant& operator=(WpaSupplicant const&) = delete;
-
-  // Leaves the network (a deauthentication to the access point) and stays
-  // away until told otherwise.
-  void disconnect() const {
-    auto const answer = run("wpa_cli -p /run/wpa_supplicant -i " + interface_ + " disconnect");
-    if (answer.find("OK") == std::string::npos) {
-      throw std::runtime_error("wpa_cli disconnect: " + answer);
-    }
-  }
-
- private:
-  std::string interface_;
-  std::string pidFile_;
+// A kind of record as iw prints it: the start of its first line (tabs
+// included), the key separator (':', a blank in `iw dev`), that line made from
+// a record, its fields.
+template <class Record>
+struct IwView {
+  std::string head;
+  char separator;
+  std::string (*headOf)(Record const&);
+  std::vector<Field<Record>> fields;
 };
+
+template <class T>
+std::optional<std::string> text(T const& value, char const* pattern = "{}") {
+  return fmt::format(fmt::runtime(pattern), value);
+}
+template <class T>
+std::optional<std::string> text(std::optional<T> const& value, char const* pattern = "{}") {
+  return value ? text(*value, pattern) : std::nullopt;
+}
+
+// Reads iw, the library, iw again: the records must come in iw's order, a value
+// that does not move must equal iw's, a counter lie between iw's two values.
+// A frame between the reads may change a bitrate: a round in which iw's two
+// reads differ in such a value is repeated (20 rounds at most). Returns the
+// keys that all three reads had.
+template <class Record, class Read>
+std::set<std::string> expectAsIwPrints(std::string const& command, Read const& read, IwView<Record> const& view) {
+  SCOPED_TRACE(command);
+  auto const valueOf = [](IwRecord const& record, char const* key) {
+    auto const found = record.values.find(key);
+    return found == record.values.end() ? std::nullopt : std::optional(found->second);
+  };
+  auto const steady = [&](std::vector<IwRecord> const& records) {
+    std::vector<std::optional<std::string>> part;
+    for (auto const& record : records) {
+      part.emplace_back(record.head);
+      for (auto const& field : view.fields) part.push_back(field.moves == Moves::Not ? valueOf(record, field.key) : "");
+    }
+    return part;
+  };
+  std::vector<IwRecord> before, after;
+  std::vector<Record> library;
+  std::vector<std::string> heads, iwHeads;
+  Clock::duration toLibraryEnd{}, fromLibraryStart{};
+  for (int round = 0; round < 20 && (round == 0 || steady(before) != steady(after)); ++round) {
+    auto const start = Clock::now();
+    before = iwRecords(command, view.head, view.separator);
+    auto const libraryStart = Clock::now();
+    library = read();
+    toLibraryEnd = Clock::now() - start;
+    after = iwRecords(command, view.head, view.separator);
+    fromLibraryStart = Clock::now() - libraryStart;
+  }
+  EXPECT_EQ(steady(before), steady(after)) << "iw's values kept changing";
+  for (auto const& record : library) heads.push_back(view.headOf(record));
+  for (auto const& record : before) iwHeads.push_back(record.head);
+  EXPECT_EQ(heads, iwHeads);
+  // A frame may reset the inactive time between two reads, so no read bounds
+  // the next from below; from above, the time between them does. The kernel
+  // counts it in jiffies, which in the emulated VM lag the clock by more than
+  // a tick whenever the timer interrupt comes late: a second's slack covers
+  // that, and still tells a value read from another attribute or unit.
+  auto const ms = [](Clock::duration d) {
+    return 1000 + std::chrono::duration_cast<std::chrono::milliseconds>(d).count();
+  };
+  std::set<std::string> compared;
+  for (std::size_t i = 0; i < library.size() && heads == iwHeads; ++i) {
+    for (auto const& field : view.fields) {
+      SCOPED_TRACE(heads[i] + " / " + field.key);
+      auto const mine = field.text(library[i]);
+      auto const was = valueOf(before[i], field.key), now = valueOf(after[i], field.key);
+      EXPECT_EQ(mine.has_value(), was.has_value()) << mine.value_or("(none)");
+      if (!mine || !was || !now) continue;
+      compared.insert(field.key);
+      EXPECT_TRUE(field.moves != Moves::Not || *mine == *was) << *mine << " where iw has " << *was;
+      if (field.moves == Moves::Not) continue;
+      std::size_t at = 0, atWas = 0;
+      auto const value = std::stoll(*mine, &at), first = std::stoll(*was, &atWas), last = std::stoll(*now);
+      EXPECT_EQ(mine->substr(at), was->substr(atWas));  // the unit
+      EXPECT_TRUE(field.moves == Moves::Grows
+                      ? first <= value && value <= last
+                      : value <= first + ms(toLibraryEnd) && last <= value + ms(fromLibraryStart))
+          << "iw " << first << ", library " << value << ", iw " << last;
+    }
+  }
+  return compared;
+}
+
+// An interface as `iw dev <name> info` prints it.
+inline std::string iwChannel(ChannelInfo const& c) {
+  constexpr std::array widths{"20 MHz (no HT)", "20 MHz", "40 MHz", "80 MHz", "80+80 MHz", "160 MHz"};
+  return fmt::format("{} ({} MHz), width: {}, center1: {} MHz{}", c.primary.number, c.primary.frequency,
+                     widths.at(c.width.raw()), c.center1.frequency,
+                     c.center2 ? fmt::format(", center2: {} MHz", c.center2->frequency) : "");
+}
+using Ifc = InterfaceInfo const&;
+inline IwView<InterfaceInfo> const interfaceView{
+    "Interface ",
+    ' ',
+    [](Ifc i) { return "Interface " + i.name; },
+    {{"ifindex", Moves::Not, [](Ifc i) { return text(i.ifc, "{:i}"); }},
+     {"wdev", Moves::Not, [](Ifc i) { return text(i.wdev.id(), "{:#x}"); }},
+     {"addr", Moves::Not, [](Ifc i) { return text(i.mac); }},
+     {"wiphy", Moves::Not, [](Ifc i) { return text(i.wiphy, "{:i}"); }},
+     {"type", Moves::Not,
+      [](Ifc i) { return text(i.iftype == NL80211_IFTYPE_STATION ? "managed" : fmt::format("{}", i.iftype)); }},
+     {"ssid", Moves::Not, [](Ifc i) { return i.ssid ? text(i.ssid->toEscapedString()) : std::nullopt; }},
+     {"channel", Moves::Not, [](Ifc i) { return i.channel ? text(iwChannel(*i.channel)) : std::nullopt; }},
+     {"txpower", Moves::Not, [](Ifc i) { return text(static_cast<std::int32_t>(i.txPower) / 100.0, "{:.2f} dBm"); }}}};
 
 }  // namespace Ny80211::testing

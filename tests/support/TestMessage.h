@@ -24,61 +24,45 @@ using Bytes = std::vector<std::uint8_t>;
 // Types with their flag bits, in message order.
 using Attrs = std::vector<std::pair<int, Bytes>>;
 
-// Two hex digits a byte: "6c09" is {0x6c, 0x09}; blanks between bytes are
-// skipped, as captures group them.
+// Two hex digits a byte: "6c09" is {0x6c, 0x09}; blanks between bytes are skipped.
 inline Bytes hex(std::string_view text) {
   Bytes bytes;
-  bytes.reserve(text.size() / 2);
-  for (std::size_t i = 0; i + 1 < text.size();) {
-    if (text[i] == ' ') {
-      ++i;
-      continue;
-    }
-    std::uint8_t byte = 0;
-    std::from_chars(text.data() + i, text.data() + i + 2, byte, 16);
-    bytes.push_back(byte);
-    i += 2;
+  for (std::size_t i = 0; i + 1 < text.size(); i += text[i] == ' ' ? 1 : 2) {
+    if (text[i] != ' ') std::from_chars(text.data() + i, text.data() + i + 2, bytes.emplace_back(), 16);
   }
   return bytes;
 }
 
-// base with its attributes of the type replaced by one per hex payload, put
-// first; no payload leaves the type out.
+// base with its attributes of the type replaced by one per hex payload, put first.
 inline Attrs replaced(Attrs const& base, int type, std::vector<char const*> const& payloads) {
   Attrs attrs;
   for (auto const* payload : payloads) attrs.emplace_back(type, hex(payload));
-  for (auto const& attr : base) {
+  for (auto const& attr : base)
     if ((attr.first & NLA_TYPE_MASK) != type) attrs.push_back(attr);
-  }
   return attrs;
 }
 
-// The text a read returns, or the type and text of the library exception it
-// throws.
+// The text a read returns, or the type and text of the library exception it throws.
 template <class Read>
 std::string outcome(Read const& read) {
   try {
     return read();
-  } catch (AttrNotFound const& e) {
-    return std::string("AttrNotFound: ") + e.what();
   } catch (Error const& e) {
-    return std::string("Error: ") + e.what();
+    return (dynamic_cast<AttrNotFound const*>(&e) != nullptr ? "AttrNotFound: " : "Error: ") + std::string(e.what());
   }
 }
 
 template <class T>
 Bytes bytesOf(T value) {
-  Bytes bytes(sizeof value);
-  std::memcpy(bytes.data(), &value, sizeof value);
-  return bytes;
+  auto const* begin = reinterpret_cast<std::uint8_t const*>(&value);
+  return Bytes(begin, begin + sizeof value);
 }
 
 struct TestMessage {
   nl_msg* msg;
 
-  // Given a size, the buffer has exactly that many bytes, so AddressSanitizer
-  // sees any read past the last attribute. Without the generic netlink header
-  // the message holds bare attributes, to be put as the payload of a nest.
+  // Of exactly the size given, if any, so that AddressSanitizer sees a read past the last attribute;
+  // without the generic netlink header, bare attributes to be put as the payload of a nest.
   explicit TestMessage(std::size_t size = 0, bool genl = true)
       : msg(size != 0 ? nlmsg_alloc_size(size) : nlmsg_alloc()) {
     if (genl) genlmsg_put(msg, NL_AUTO_PORT, NL_AUTO_SEQ, 0, 0, 0, 1, 0);
@@ -100,9 +84,7 @@ struct TestMessage {
   TestMessage& u32(int type, std::uint32_t value) { return nla_put_u32(msg, type, value), *this; }
   nlattr* put(int type, Bytes const& payload) {
     auto* attr = nla_reserve(msg, type, static_cast<int>(payload.size()));
-    if (attr != nullptr && !payload.empty()) {
-      std::memcpy(nla_data(attr), payload.data(), payload.size());
-    }
+    if (attr != nullptr && !payload.empty()) std::memcpy(nla_data(attr), payload.data(), payload.size());
     return attr;
   }
   TestMessage& put(Attrs const& attrs) {

@@ -7,8 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include <fmt/format.h>
-
 #include "trace/Trace.h"
 
 namespace Ny80211::testing {

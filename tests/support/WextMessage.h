@@ -7,9 +7,9 @@
 //   0 total length | 2 command (0x8C02) | 4 pad | 8 payload length |
 //   10 ath event number (iw_point flags) | 12 pad | 16 payload
 //
-// The knobs of WextFields lie about lengths, leave parts out or cut the
-// message short. The buffer holds exactly the message (rounded up to 4
-// bytes), so AddressSanitizer sees any read past it. Needs libnl only.
+// WextFields' knobs lie about lengths, leave parts out or cut the message
+// short. The buffer holds exactly the message, so AddressSanitizer sees any
+// read past it. Needs libnl only.
 
 #include <algorithm>
 #include <cstddef>
@@ -23,7 +23,6 @@
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
 #include <netlink/msg.h>
-#include <sys/socket.h>
 
 namespace Ny80211::testing {
 
@@ -32,20 +31,13 @@ namespace Ny80211::testing {
 struct WextFields {
   std::uint16_t athEvent = 0;
   std::vector<std::uint8_t> payload{};
-  // Without a name the message has no IFLA_IFNAME.
-  std::optional<std::string> ifName = "ath0";
-  std::uint16_t wextCommand = 0x8C02;  // IWEVCUSTOM
-  // The payload length the event claims; the payload's size when unset.
-  std::optional<std::uint16_t> payloadLength{};
-  // The IFLA_WIRELESS payload cut to (or zero-padded to) this many bytes.
-  std::optional<std::size_t> wirelessSize{};
-  // False: an ordinary link message without IFLA_WIRELESS.
-  bool wireless = true;
+  std::optional<std::string> ifName = "ath0";    // none: no IFLA_IFNAME
+  std::uint16_t wextCommand = 0x8C02;            // IWEVCUSTOM
+  std::optional<std::uint16_t> payloadLength{};  // the one the event claims; the payload's size when unset
+  std::optional<std::size_t> wirelessSize{};     // IFLA_WIRELESS's payload cut (or zero-padded) to this
+  bool wireless = true;                          // false: an ordinary link message without IFLA_WIRELESS
   std::uint16_t type = RTM_NEWLINK;
-  // The message cut to this many bytes after its netlink header (no longer
-  // than it is).
-  std::optional<std::size_t> linkSize{};
-  int ifIndex = 7;
+  std::optional<std::size_t> linkSize{};  // the message cut to this after its netlink header
 };
 
 // Owns msg.
@@ -58,16 +50,12 @@ class WextMessage {
 
   // The IFLA_WIRELESS payload alone.
   static std::vector<std::uint8_t> iwEvent(WextFields const& fields) {
-    constexpr std::size_t header = 16;
-    std::vector<std::uint8_t> event(header + fields.payload.size());
-    auto const put16 = [&](std::size_t offset, std::uint16_t value) {
-      std::memcpy(event.data() + offset, &value, sizeof value);
-    };
-    put16(0, static_cast<std::uint16_t>(event.size()));
-    put16(2, fields.wextCommand);
-    put16(8, fields.payloadLength.value_or(static_cast<std::uint16_t>(fields.payload.size())));
-    put16(10, fields.athEvent);
-    std::copy(fields.payload.begin(), fields.payload.end(), event.begin() + header);
+    std::vector<std::uint8_t> event(16 + fields.payload.size());
+    auto const length = fields.payloadLength.value_or(static_cast<std::uint16_t>(fields.payload.size()));
+    std::uint16_t const words[] = {
+        static_cast<std::uint16_t>(event.size()), fields.wextCommand, 0, 0, length, fields.athEvent};
+    std::memcpy(event.data(), words, sizeof words);
+    std::copy(fields.payload.begin(), fields.payload.end(), event.begin() + 16);
     if (fields.wirelessSize) event.resize(*fields.wirelessSize);
     return event;
   }
@@ -77,30 +65,21 @@ class WextMessage {
  private:
   static nl_msg* build(WextFields const& fields) {
     auto const event = iwEvent(fields);
-    auto const nameSize = fields.ifName ? static_cast<int>(fields.ifName->size() + 1) : 0;
-    std::size_t size = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof(ifinfomsg));
-    if (fields.ifName) size += static_cast<std::size_t>(nla_total_size(nameSize));
-    if (fields.wireless) {
-      size += static_cast<std::size_t>(nla_total_size(static_cast<int>(event.size())));
-    }
-
-    nl_msg* msg = nlmsg_alloc_size(size);
+    nl_msg* msg = nlmsg_alloc();
     nlmsg_put(msg, NL_AUTO_PORT, NL_AUTO_SEQ, fields.type, 0, 0);
-    ifinfomsg info{};
-    info.ifi_family = AF_UNSPEC;
-    info.ifi_index = fields.ifIndex;
+    ifinfomsg info{};  // AF_UNSPEC
+    info.ifi_index = 7;
     nlmsg_append(msg, &info, sizeof info, NLMSG_ALIGNTO);
     if (fields.ifName) nla_put_string(msg, IFLA_IFNAME, fields.ifName->c_str());
     if (fields.wireless) nla_put(msg, IFLA_WIRELESS, static_cast<int>(event.size()), event.data());
-    if (!fields.linkSize) return msg;
-
-    // A copy of the first bytes only, so that nothing behind the cut is there
-    // to be read.
+    // An exact copy, of the first bytes only when cut, so that nothing past
+    // the message is there to be read.
     auto* header = nlmsg_hdr(msg);
-    header->nlmsg_len = std::min(header->nlmsg_len, static_cast<std::uint32_t>(NLMSG_HDRLEN + *fields.linkSize));
-    nl_msg* cut = nlmsg_convert(header);
+    if (fields.linkSize)
+      header->nlmsg_len = std::min(header->nlmsg_len, static_cast<std::uint32_t>(NLMSG_HDRLEN + *fields.linkSize));
+    nl_msg* exact = nlmsg_convert(header);
     nlmsg_free(msg);
-    return cut;
+    return exact;
   }
 };
 

@@ -1,1 +1,0 @@
-ny80211_unit_test(code_texts_test CodeTextsTest.cpp)

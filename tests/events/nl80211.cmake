@@ -1,1 +1,0 @@
-ny80211_unit_test(nl80211_events_test Nl80211DecoderTest.cpp)

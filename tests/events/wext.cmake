@@ -1,1 +1,0 @@
-ny80211_unit_test(wext_test RtNetlinkMessageTest.cpp WextDecoderTest.cpp)

@@ -1,5 +1,4 @@
-// Writes each argument as one line at ny80211_cmd/log_err and
-// ny80211_event/log_info.
+// Writes each argument as one line at ny80211_cmd/log_err and ny80211_event/log_info.
 #include "trace/Trace.h"
 
 int main(int argc, char** argv) {
@@ -7,5 +6,4 @@ int main(int argc, char** argv) {
     Ny80211::trace::cmdErr("{}", argv[i]);
     Ny80211::trace::eventInfo("{}", argv[i]);
   }
-  return 0;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// What the kernel tests share: the VM's commands (iw, hostapd, wpa_supplicant)
-// and the library's records held against what iw prints of the same things.
+// The kernel tests' commands of the VM (iw, hostapd, wpa_supplicant) and the
+// library's records held against what iw prints.
 #include <fstream>
 #include <map>
 #include <optional>
@@ -27,7 +27,7 @@ namespace Ny80211::testing {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-// A shell command's output; its exit status goes to status where given, else any but 0 throws.
+// A shell command's output; its exit status to status where given, else any but 0 throws.
 inline std::string run(std::string const& command, int* status = nullptr) {
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
   std::string out;
@@ -39,8 +39,7 @@ inline std::string run(std::string const& command, int* status = nullptr) {
   return out;
 }
 
-// Polls until ready() or the limit; says which. The VM runs under emulation on
-// a shared machine: a limit bounds a fault, never an expected speed.
+// Polls until ready(); false past the limit, a bound for a fault, not a speed.
 template <class Ready>
 bool waitFor(Ready const& ready, std::chrono::seconds limit = 60s) {
   for (auto const end = Clock::now() + limit; !ready(); std::this_thread::sleep_for(100ms)) {
@@ -49,31 +48,26 @@ bool waitFor(Ready const& ready, std::chrono::seconds limit = 60s) {
   return true;
 }
 
-// hostapd or wpa_supplicant on one interface, from the rest of a configuration
-// text, until the object goes.
+// hostapd or wpa_supplicant on an interface until the object goes; no P2P
+// device, which would be one more wdev for iw and the dumps.
 class Daemon {
  public:
   Daemon(std::string const& program, std::string const& ifc, std::string const& config)
       : pid_("/tmp/" + program + "-" + ifc + ".pid") {
     bool const ap = program == "hostapd";
-    // wpa_supplicant's P2P device would be one more wdev for iw and the dumps.
     std::ofstream(pid_ + ".conf") << (ap ? "driver=nl80211\nctrl_interface=/run/hostapd\ninterface=" + ifc + "\n"
                                          : "ctrl_interface=/run/wpa_supplicant\np2p_disabled=1\n")
                                   << config;
     run(fmt::format("rm -f {0}; {1} -B -P {0} {2} {0}.conf >/dev/null", pid_, program, ap ? "" : "-i " + ifc + " -c"));
-    // An access point is up once iw shows its SSID (not during a radar channel
-    // check), a station once iw shows its link.
+    // Up: an access point once it beacons (not during a radar check), a station once linked.
     up_ = "iw dev " + ifc + (ap ? " info | grep -q '\tssid '" : " link | grep -q '^Connected'");
   }
-  // Returns once the daemon has exited (gone, or a zombie): only then has it put
-  // the interface back and removed its control socket, which the next one would
-  // lose. The pid file comes after -B has returned.
+  // Returns once the daemon is gone or a zombie: its control socket removed for the next one.
   ~Daemon() {
     int status = 0;
-    run(fmt::format(
-            "for i in $(seq 300); do [ -s {0} ] && break; sleep 0.1; done; p=$(cat {0}); kill $p && "
-            "for i in $(seq 600); do grep -qv ') Z' /proc/$p/stat 2>/dev/null || exit 0; sleep 0.1; done; exit 1",
-            pid_),
+    run(fmt::format("for i in $(seq 300); do [ -s {0} ] && break; sleep 0.1; done; p=$(cat {0}); kill $p && for i in "
+                    "$(seq 600); do grep -qv ') Z' /proc/$p/stat 2>/dev/null || exit 0; sleep 0.1; done; exit 1",
+                    pid_),
         &status);
     if (status != 0) std::cerr << pid_ << ": the daemon did not stop\n";
   }
@@ -103,7 +97,7 @@ std::vector<Record> replies(CommandSocket& socket, Command&& command) {
 }
 
 // A command with u32 attributes and, where given, an interface name.
-inline Nl80211Command command(std::uint8_t id, char const* debug, std::map<int, std::uint32_t> const& u32s,
+inline Nl80211Command command(std::uint8_t id, std::string const& debug, std::map<int, std::uint32_t> const& u32s,
                               char const* name = nullptr) {
   Nl80211Command made(id, debug);
   for (auto const& [type, value] : u32s) made.attributes().addU32(type, value);
@@ -111,7 +105,7 @@ inline Nl80211Command command(std::uint8_t id, char const* debug, std::map<int, 
   return made;
 }
 
-// An interface by its index; the command's debug text, after, goes to debug where given.
+// An interface by its index; the command's debug text, after, to debug.
 inline std::vector<InterfaceInfo> getInterface(CommandSocket& socket, std::string const& name,
                                                std::string* debug = nullptr) {
   NetIfcID const ifc(name);
@@ -126,14 +120,16 @@ inline std::vector<InterfaceInfo> getInterface(CommandSocket& socket, std::strin
 struct IwRecord {
   std::string head;
   std::map<std::string, std::string> values;
+  std::optional<std::string> operator[](std::string const& key) const {
+    return values.count(key) != 0 ? std::optional(values.at(key)) : std::nullopt;
+  }
 };
 
-// Each record opens with a line that begins with head (its tabs included); the
-// deeper lines below are its values, the key before the first separator, the
-// value after it; a line no deeper than head ends it.
+// A record opens with a line that begins with head (tabs included); deeper
+// lines below are its values, the key before the first separator.
 inline std::vector<IwRecord> iwRecords(std::string const& command, std::string const& head, char separator) {
   auto const depth = head.find_first_not_of('\t');
-  auto const trimmed = [](std::string const& text) {
+  auto const trim = [](std::string const& text) {
     auto const first = text.find_first_not_of(" \t");
     return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
   };
@@ -141,68 +137,57 @@ inline std::vector<IwRecord> iwRecords(std::string const& command, std::string c
   bool open = false;
   std::istringstream lines(run(command));
   for (std::string line; std::getline(lines, line);) {
-    auto const indent = line.find_first_not_of('\t');
-    auto const at = line.find(separator, indent);
+    auto const indent = line.find_first_not_of('\t'), at = line.find(separator, indent);
     if (line.starts_with(head)) records.push_back({line.substr(depth), {}});
     open = line.starts_with(head) || (open && indent > depth);
     if (open && indent > depth && at != std::string::npos) {
-      records.back().values.emplace(trimmed(line.substr(0, at)), trimmed(line.substr(at + 1)));
+      records.back().values.emplace(trim(line.substr(0, at)), trim(line.substr(at + 1)));
     }
   }
   return records;
 }
 
-// How a value may change between two reads: not (but with a frame between
-// them: a bitrate), growing (a counter), or growing with the time and back to
-// 0 with each frame (the inactive time).
+// A value changes not (but with a frame: a bitrate), as a counter, or with the
+// time and back to 0 with each frame (the inactive time).
 enum class Moves { Not, Grows, Resets };
 
-// A field: its key in iw's output, how it moves, and the library's value as iw
-// prints it (none where the library read none).
-template <class Record>
-struct Field {
-  char const* key;
-  Moves moves;
-  std::optional<std::string> (*text)(Record const&);
-};
-
-// A kind of record as iw prints it: the start of its first line (tabs
-// included), the key separator (':', a blank in `iw dev`), that line made from
-// a record, its fields.
+// A record as iw prints it: its first line's start and the key separator (a
+// blank in `iw dev`); that line and each field (key, how it moves) as iw would
+// print the library's record.
 template <class Record>
 struct IwView {
+  struct Field {
+    char const* key;
+    Moves moves;
+    std::optional<std::string> (*text)(Record const&);
+  };
   std::string head;
   char separator;
   std::string (*headOf)(Record const&);
-  std::vector<Field<Record>> fields;
+  std::vector<Field> fields;
 };
 
 template <class T>
-std::optional<std::string> text(T const& value, char const* pattern = "{}") {
+std::optional<std::string> text(T const& value, std::string const& pattern = "{}") {
   return fmt::format(fmt::runtime(pattern), value);
 }
 template <class T>
-std::optional<std::string> text(std::optional<T> const& value, char const* pattern = "{}") {
+std::optional<std::string> text(std::optional<T> const& value, std::string const& pattern = "{}") {
   return value ? text(*value, pattern) : std::nullopt;
 }
 
-// Reads iw, the library, iw again: the records must come in iw's order, a value
-// that does not move must equal iw's, a counter lie between iw's two values.
-// A frame between the reads may change a bitrate: a round in which iw's two
-// reads differ in such a value is repeated (20 rounds at most). Returns the
-// keys that all three reads had.
+// Reads iw, the library, iw again, until iw's two reads agree in the records
+// and the values that do not move (20 rounds at most): the library's records
+// must be iw's, in its order, a value that does not move equal, a counter
+// between iw's two. Returns the keys that all three reads had.
 template <class Record, class Read>
 std::set<std::string> expectAsIwPrints(std::string const& command, Read const& read, IwView<Record> const& view) {
   SCOPED_TRACE(command);
-  auto const valueOf = [](IwRecord const& record, char const* key) {
-    auto const found = record.values.find(key);
-    return found == record.values.end() ? std::nullopt : std::optional(found->second);
-  };
   auto const steady = [&](std::vector<IwRecord> const& records) {
     std::vector<std::optional<std::string>> part;
     for (auto const& record : records) {
       part.emplace_back(record.head);
-      for (auto const& field : view.fields) part.push_back(field.moves == Moves::Not ? valueOf(record, field.key) : "");
+      for (auto const& field : view.fields) part.push_back(field.moves == Moves::Not ? record[field.key] : "");
     }
     return part;
   };
@@ -223,11 +208,9 @@ std::set<std::string> expectAsIwPrints(std::string const& command, Read const& r
   for (auto const& record : library) heads.push_back(view.headOf(record));
   for (auto const& record : before) iwHeads.push_back(record.head);
   EXPECT_EQ(heads, iwHeads);
-  // A frame may reset the inactive time between two reads, so no read bounds
-  // the next from below; from above, the time between them does. The kernel
-  // counts it in jiffies, which in the emulated VM lag the clock by more than
-  // a tick whenever the timer interrupt comes late: a second's slack covers
-  // that, and still tells a value read from another attribute or unit.
+  // A frame may reset the inactive time, so no read bounds the next from below;
+  // the time between them does from above, but for jiffies that lag the clock
+  // in the emulated VM: a second's slack, too little for another attribute.
   auto const ms = [](Clock::duration d) {
     return 1000 + std::chrono::duration_cast<std::chrono::milliseconds>(d).count();
   };
@@ -235,8 +218,7 @@ std::set<std::string> expectAsIwPrints(std::string const& command, Read const& r
   for (std::size_t i = 0; i < library.size() && heads == iwHeads; ++i) {
     for (auto const& field : view.fields) {
       SCOPED_TRACE(heads[i] + " / " + field.key);
-      auto const mine = field.text(library[i]);
-      auto const was = valueOf(before[i], field.key), now = valueOf(after[i], field.key);
+      auto const mine = field.text(library[i]), was = before[i][field.key], now = after[i][field.key];
       EXPECT_EQ(mine.has_value(), was.has_value()) << mine.value_or("(none)");
       if (!mine || !was || !now) continue;
       compared.insert(field.key);

@@ -32,21 +32,20 @@ std::optional<std::string> signal(std::optional<std::int8_t> const& dbm, std::ve
 }
 
 // What iw 5.19's parse_bitrate() makes of the same attributes.
-std::optional<std::string> bitrate(std::optional<AttrRateInfo> const& rate) {
-  if (!rate) return std::nullopt;
-  auto text = rate->kbps && *rate->kbps >= 100 ? fmt::format("{}.{} MBit/s", *rate->kbps / 1000, *rate->kbps / 100 % 10)
-                                               : std::string("(unknown)");
-  auto const name = std::array{"", "", "VHT", "HE", "EHT"}.at(static_cast<int>(rate->mode));
-  if (rate->mode == RateMode::Ht) text += fmt::format(" MCS {}", rate->mcs);
-  if (rate->mode == RateMode::Vht) text += fmt::format(" VHT-MCS {}", rate->mcs);
-  if (rate->widthMhz >= 40) text += fmt::format(" {}MHz", rate->widthMhz);
-  if (rate->shortGi) text += " short GI";
-  if (rate->mode == RateMode::Vht && rate->nss != 0) text += fmt::format(" VHT-NSS {}", rate->nss);
-  if (rate->mode == RateMode::He || rate->mode == RateMode::Eht) {
-    text += fmt::format(" {}-MCS {}", name, rate->mcs);
-    if (rate->nss != 0) text += fmt::format(" {}-NSS {}", name, rate->nss);
-    if (rate->gi) text += fmt::format(" {}-GI {}", name, *rate->gi);
-  }
+std::optional<std::string> bitrate(std::optional<AttrRateInfo> const& r) {
+  if (!r) return std::nullopt;
+  bool const ht = r->mode == RateMode::Ht, vht = r->mode == RateMode::Vht,
+             he = !ht && !vht && r->mode != RateMode::Legacy;
+  auto const name = std::array{"", "", "VHT", "HE", "EHT"}.at(static_cast<int>(r->mode));
+  auto text =
+      r->kbps && *r->kbps >= 100 ? fmt::format("{}.{} MBit/s", *r->kbps / 1000, *r->kbps / 100 % 10) : "(unknown)";
+  if (ht || vht) text += fmt::format(" {}MCS {}", vht ? "VHT-" : "", r->mcs);
+  if (r->widthMhz >= 40) text += fmt::format(" {}MHz", r->widthMhz);
+  if (r->shortGi) text += " short GI";
+  if (vht && r->nss != 0) text += fmt::format(" VHT-NSS {}", r->nss);
+  if (he) text += fmt::format(" {}-MCS {}", name, r->mcs);
+  if (he && r->nss != 0) text += fmt::format(" {}-NSS {}", name, r->nss);
+  if (he && r->gi) text += fmt::format(" {}-GI {}", name, *r->gi);
   return text;
 }
 
@@ -143,14 +142,10 @@ class KernelNetwork : public ::testing::Test {
           "wpa_supplicant", station, "network={\nssid=\"ny80211-vht80\"\npsk=\"ny80211-pass\"\nscan_freq=5180\n}\n"));
       daemons.back()->awaitUp();
     }
-    // The four-way handshake ends after the association that iw's link shows;
-    // both ends authorize the other only then.
-    if (!waitFor([] {
-          return run("for i in wlan3 wlan5 wlan6; do iw dev $i station dump; done | grep -c 'authorized:.yes'; true") ==
-                 "4\n";
-        })) {
-      throw std::runtime_error("the four-way handshakes did not end");
-    }
+    // The four-way handshakes end after the associations iw's link shows.
+    auto const authorized =
+        "for i in wlan3 wlan5 wlan6; do iw dev $i station dump; done | grep -c 'authorized:.yes'; true";
+    if (!waitFor([&] { return run(authorized) == "4\n"; })) throw std::runtime_error("no four-way handshakes");
   }
   static void TearDownTestSuite() { daemons.clear(); }
   void SetUp() override { socket.connect(); }
@@ -237,11 +232,15 @@ TEST_F(KernelNetwork, ScanResultsAndInterfacesReadAsIwAndTheProgramsPrintThem) {
     bss.push_back({fmt::format("{}", r.bss.bssid), r.bss.ssid.toEscapedString(), r.bss.channel->toString()});
   }
   EXPECT_EQ(bss.size(), accessPoints.size());
+  std::vector<std::string> ours, iw;  // in the kernel's order
+  for (auto const& record : iwRecords("iw dev", "\tInterface ", ' ')) iw.push_back(record.head);
   for (auto const& info : replies<InterfaceInfo>(socket, Nl80211Command::dump(NL80211_CMD_GET_INTERFACE, "dump"))) {
+    ours.push_back("Interface " + info.name);
     expectAsIwPrints(
         "iw dev " + info.name + " info", [&] { return getInterface(socket, info.name); }, interfaceView);
     dev.push_back({info.toString()});
   }
+  EXPECT_EQ(ours, iw);
 
   // What each record's line holds in a program's output, where the lines
   // begin with a prefix.

@@ -1,10 +1,8 @@
 #pragma once
 // What the event-socket tests need of rtnetlink: a network namespace of the
-// test's own, so that the host's link changes stay out and the test's stay
-// in, and a sender that multicasts link messages to RTNLGRP_LINK, which a
-// root process may do and which real rtnetlink listeners receive like the
-// kernel's own; links made there; and what the kernel holds for the link
-// listener.
+// test's own, so that the host's link changes stay out and the test's stay in;
+// a sender that multicasts link messages to RTNLGRP_LINK, which real listeners
+// receive like the kernel's own; and what the kernel holds for a listener.
 
 #include <cstdint>
 #include <fstream>
@@ -26,8 +24,7 @@
 
 namespace Ny80211::testing {
 
-// Moves the calling thread into a new network namespace; false when not
-// allowed (not root).
+// Moves the calling thread into a new network namespace; false when not allowed (not root).
 inline bool enterOwnNetworkNamespace() { return geteuid() == 0 && unshare(CLONE_NEWNET) == 0; }
 
 class LinkPeer {
@@ -39,8 +36,7 @@ class LinkPeer {
   LinkPeer(LinkPeer const&) = delete;
   LinkPeer& operator=(LinkPeer const&) = delete;
 
-  // Sends msg as it is to the link group. Without NLM_F_REQUEST the kernel,
-  // which also gets every message sent, leaves it alone.
+  // Sends msg as it is to the link group. Without NLM_F_REQUEST the kernel, which gets it too, leaves it alone.
   void multicast(nl_msg* msg) {
     sockaddr_nl group{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = 1U << (RTNLGRP_LINK - 1)};
     nlmsg_set_dst(msg, &group);

@@ -2,11 +2,8 @@
 // A real rtnetlink link message as the chip driver makes the kernel send it:
 // RTM_NEWLINK, an ifinfomsg, IFLA_IFNAME, and IFLA_WIRELESS holding one
 // wireless-extension event as a 64-bit kernel lays out iw_event with a
-// pointer-free iw_point:
-//
-//   0 total length | 2 command (0x8C02) | 4 pad | 8 payload length |
-//   10 ath event number (iw_point flags) | 12 pad | 16 payload
-//
+// pointer-free iw_point: 0 total length | 2 command (0x8C02) | 4 pad |
+// 8 payload length | 10 ath event number (iw_point flags) | 12 pad | 16 payload.
 // WextFields' knobs lie about lengths, leave parts out or cut the message
 // short. The buffer holds exactly the message, so AddressSanitizer sees any
 // read past it. Needs libnl only.
@@ -26,8 +23,7 @@
 
 namespace Ny80211::testing {
 
-// Set with designated initializers, in this order:
-// WextMessage({.athEvent = 44, .payload = {0x8c, 0x14}, .ifName = "wifi1"}).
+// Set with designated initializers, in this order: {.athEvent = 44, .payload = {0x8c, 0x14}, .ifName = "wifi1"}.
 struct WextFields {
   std::uint16_t athEvent = 0;
   std::vector<std::uint8_t> payload{};
@@ -40,8 +36,7 @@ struct WextFields {
   std::optional<std::size_t> linkSize{};  // the message cut to this after its netlink header
 };
 
-// Owns msg.
-class WextMessage {
+class WextMessage {  // owns msg
  public:
   explicit WextMessage(WextFields const& fields) : msg(build(fields)) {}
   ~WextMessage() { nlmsg_free(msg); }

@@ -1,12 +1,14 @@
-// The event path through a scripted run on the real kernel (a monitor
-// interface made and deleted by commands, scans, hostapd's access point
-// switching channel, regulatory changes, a radio made through mac80211_hwsim's
-// family), `iw event` beside it, while four threads send commands on the same
-// Context's socket.
+// Two virtual radios on the real kernel: the wiphys as nl80211 sends them and
+// iw lists them, the kernel's refusals, then the event path through a scripted
+// run, `iw event` beside it, while four threads send commands on its socket.
 #include <atomic>
+
+#include <netlink/attr.h>
 
 #include "KernelHelpers.h"
 #include "TraceCapture.h"
+#include "ny80211/WextEvents.h"
+#include "ny80211/WiPhyInfo.h"
 
 namespace {
 
@@ -48,13 +50,109 @@ std::vector<std::string> iwThrough(std::string const& text) {
   return {};
 }
 
+class KernelCommands : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    EXPECT_FALSE(socket.isConnected());
+    socket.connect();  // resolves the family
+    ASSERT_TRUE(socket.isConnected());
+  }
+
+  // Every reply read as far as it goes: the virtual radios have no antenna
+  // masks, so the reader fails on the first it requires (missing, where the
+  // reply is a whole wiphy).
+  std::vector<WiPhyInfo> wiphys(GenlMessage&& command, std::string const& missing) {
+    std::vector<WiPhyInfo> infos;
+    socket.sendMessage(command, [&](nl_msg* reply) {
+      GenlMessage const message(reply);
+      auto& info = infos.emplace_back();
+      EXPECT_EQ(message.commandID(), NL80211_CMD_NEW_WIPHY);
+      try {
+        info.readFrom(message.attributes());
+        ADD_FAILURE() << "read without antenna masks: " << info.toString();
+      } catch (AttrNotFound const& e) {
+        EXPECT_EQ(missing.empty() ? e.what() : missing, e.what());
+      }
+      // The old, unsplit dump puts one wiphy per message into a buffer of
+      // fixed size: one that no longer fits after another comes without bands.
+      auto const* bands = message.attributes().tryFind(NL80211_ATTR_WIPHY_BANDS);
+      EXPECT_TRUE(missing.empty() || !info.bands.bands.empty() || (bands != nullptr && nla_len(bands) == 0))
+          << info.name;
+      return NL_OK;
+    });
+    return infos;
+  }
+
+  CommandSocket socket;
+};
+
+TEST_F(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
+  EXPECT_EQ(fmt::format("{}", WiPhyID(std::string("phy1"))), "wiphy phy1 (ID 1)");
+  std::vector<std::string> names;  // of "Wiphy phy0", ...
+  for (auto const& record : iwRecords("iw list", "Wiphy ", ':')) names.push_back(record.head.substr(6));
+  for (auto const& name : names) {
+    WiPhyID const phy(name);
+    Nl80211Command get(NL80211_CMD_GET_WIPHY, fmt::format("get {}", phy));
+    phy.writeTo(get.attributes());
+    auto const infos = wiphys(std::move(get), "attribute not found (type 106)");
+    ASSERT_EQ(infos.size(), 1U);
+    EXPECT_EQ(infos[0].name, name);
+    EXPECT_EQ(infos[0].id.index(), phy.index());
+    EXPECT_FALSE(infos[0].bands.bands.empty());
+  }
+  // The dump's order is the kernel's own; one wiphy at least comes whole.
+  std::vector<std::string> dumped;
+  int whole = 0;
+  for (auto const& info :
+       wiphys(Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"), "attribute not found (type 106)")) {
+    dumped.push_back(info.name);
+    whole += info.bands.bands.empty() ? 0 : 1;
+  }
+  std::sort(dumped.begin(), dumped.end());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(dumped, names);
+  EXPECT_GE(names.size(), 2U);
+  EXPECT_GE(whole, 1);
+  // The parts of a split dump are no whole records.
+  auto split = Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump split");
+  split.attributes().addFlag(NL80211_ATTR_SPLIT_WIPHY_DUMP, true);
+  EXPECT_GT(wiphys(std::move(split), "").size(), names.size());
+}
+
+// Each refusal reaches the caller with the kernel's words, logged once as a
+// warning, and leaves the socket good for the next command.
+TEST_F(KernelCommands, RefusalsCarryTheKernelsWords) {
+  std::pair<Nl80211Command, char const*> rows[] = {
+      {command(NL80211_CMD_GET_INTERFACE, "get ifindex 9999", {{NL80211_ATTR_IFINDEX, 9999}}),
+       "Netlink error: No such device (-19)"},
+      {command(NL80211_CMD_NEW_INTERFACE, "new interface without name",
+               {{NL80211_ATTR_WIPHY, 0}, {NL80211_ATTR_IFTYPE, NL80211_IFTYPE_MONITOR}}),
+       "Netlink error: Invalid argument (-22)"},
+      {command(NL80211_CMD_NEW_INTERFACE, "new interface of type 99",
+               {{NL80211_ATTR_WIPHY, 0}, {NL80211_ATTR_IFTYPE, 99}}, "bad0"),
+       "Netlink error: Numerical result out of range (-34) [integer out of range]"},
+      {Cmd::getStation(NetIfcID(std::string("wlan0")), MacAddress({2, 0, 0, 0, 0x99, 0})),
+       "Netlink error: No such file or directory (-2)"}};
+  for (auto& [refused, error] : rows) {
+    SCOPED_TRACE(refused.debugInfoString());
+    TraceCapture capture;
+    EXPECT_THROW(
+        try { socket.sendMessage(refused, [](nl_msg*) { return NL_OK; }); } catch (CmdFailure const& e) {
+          EXPECT_EQ(e.what(), std::string(error) + "; failed command: " + refused.debugInfoString());
+          throw;
+        },
+        CmdFailure);
+    ASSERT_EQ(capture.lines().size(), 1U);
+    EXPECT_EQ(capture.lines()[0].level, trace::Level::Warn);
+    EXPECT_EQ(getInterface(socket, "wlan0").size(), 1U);  // the socket still good
+  }
+}
+
 class KernelEvents : public ::testing::Test {
  protected:
   void SetUp() override {
-    // iw joins its groups a while after it starts and misses what comes
-    // before: a monitor interface made again until iw shows it tells when it
-    // listens, a second that stays marks where the run starts (iw names an
-    // interface as it is when it prints the line).
+    // iw joins its groups late: an interface made again until iw shows it tells
+    // when it listens, a second that stays marks where the run starts.
     run("iw event -t > /tmp/iw-event.txt 2>&1 & echo $! > /tmp/iw-event.pid");
     ASSERT_TRUE(waitFor([] {
       run("iw dev probe0 del 2>/dev/null; iw phy phy1 interface add probe0 type monitor");
@@ -76,33 +174,24 @@ class KernelEvents : public ::testing::Test {
     run("kill $(cat /tmp/iw-event.pid) || true");
   }
 
-  // Until the run ends: wlan<phy>'s interface, its wiphy, and the dump of all
-  // (a third radio comes on the way), each reply the thread's own.
+  // wlan<phy>'s interface and the wiphy dump (a third radio comes on the way)
+  // until the run ends, each reply the thread's own.
   void ask(std::uint32_t phy, std::vector<std::string>& faults, std::uint64_t& rounds) {
-    using Replies = std::vector<std::pair<int, std::uint32_t>>;  // each reply's command and index
-    auto const exchange = [&](GenlMessage&& command, int attr) {
-      Replies got;
-      context.commands().sendMessage(command, [&](nl_msg* reply) {
-        GenlMessage const message(reply);
-        got.emplace_back(message.commandID(), message.attributes().tryGetU32(attr).value_or(~0U));
-        return NL_OK;
-      });
-      return got;
+    struct Wiphy {
+      explicit Wiphy(AttrStream const& attrs) : index(attrs.getU32(NL80211_ATTR_WIPHY)) {}
+      std::uint32_t index;
     };
     auto const ifindex = NetIfcID("wlan" + std::to_string(phy)).index();
-    for (; !stop; ++rounds) {
+    for (auto& socket = context.commands(); !stop; ++rounds) {
       try {
-        auto const ifc = exchange(command(NL80211_CMD_GET_INTERFACE, "get", {{NL80211_ATTR_IFINDEX, ifindex}}),
-                                  NL80211_ATTR_IFINDEX);
-        auto const wiphy =
-            exchange(command(NL80211_CMD_GET_WIPHY, "get", {{NL80211_ATTR_WIPHY, phy}}), NL80211_ATTR_WIPHY);
-        auto all = exchange(Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"), NL80211_ATTR_WIPHY);
-        std::sort(all.begin(), all.end());
-        Replies const two{{NL80211_CMD_NEW_WIPHY, 0}, {NL80211_CMD_NEW_WIPHY, 1}},
-            three{two[0], two[1], {NL80211_CMD_NEW_WIPHY, 2}};
-        if (ifc != Replies{{NL80211_CMD_NEW_INTERFACE, ifindex}} || wiphy != Replies{{NL80211_CMD_NEW_WIPHY, phy}} ||
-            (all != two && all != three)) {
-          faults.push_back(fmt::format("{} / {} / {}", ifc, wiphy, all));
+        auto const got = replies<InterfaceInfo>(
+            socket, command(NL80211_CMD_GET_INTERFACE, "get", {{NL80211_ATTR_IFINDEX, ifindex}}));
+        auto const all = replies<Wiphy>(socket, Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"));
+        std::set<std::uint32_t> indices;
+        for (auto const& wiphy : all) indices.insert(wiphy.index);
+        if (got.size() != 1 || got[0].ifc.index() != ifindex || indices.size() != all.size() || all.size() < 2 ||
+            *indices.rbegin() != all.size() - 1) {
+          faults.push_back(fmt::format("{} replies for {}, {} wiphys", got.size(), ifindex, all.size()));
         }
       } catch (std::exception const& e) {
         faults.push_back(e.what());
@@ -110,8 +199,8 @@ class KernelEvents : public ::testing::Test {
     }
   }
 
-  // Takes events off the queue, as a daemon's consumer thread does, until one
-  // of type T satisfies accept; the text of each is kept.
+  // Takes events off the queue, as a daemon does, until one of type T
+  // satisfies accept; the text of each is kept.
   template <class T>
   Poco::AutoPtr<T> await(std::function<bool(T const&)> const& accept = [](T const&) { return true; }) {
     for (auto const end = Clock::now() + 60s; Clock::now() < end;) {
@@ -142,8 +231,7 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
       socket, command(NL80211_CMD_NEW_INTERFACE, "new monitor mon0",
                       {{NL80211_ATTR_WIPHY, 0}, {NL80211_ATTR_IFTYPE, NL80211_IFTYPE_MONITOR}}, "mon0"));
   auto const created = await<Event::IfcCreated>([](auto const& e) { return e.info().name == "mon0"; });
-  expectAsIwPrints(
-      "iw dev mon0 info", [&] { return made; }, interfaceView);
+  expectAsIwPrints("iw dev mon0 info", interfaceView, [&] { return made; });
   EXPECT_EQ(created->info().toString(), made.at(0).toString());
   EXPECT_FALSE(created->fourAddr());
   NetIfcID const mon0(std::string("mon0"));
@@ -161,8 +249,7 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
   EXPECT_EQ(started->toString(), "scan started for VAP wlan1, scanned freqs [2412, 5180]");
   EXPECT_EQ(started->ssids(), std::vector<std::vector<std::byte>>(1));  // the wildcard SSID
   EXPECT_EQ(await<Event::ScanFinished>()->toString(), "scan finished for VAP wlan1, scanned freqs [2412, 5180]");
-  // A scan of every channel takes five seconds at least: long enough to abort
-  // at once after the trigger (the kernel has sent the start by then).
+  // A scan of every channel takes seconds: an abort right after the trigger stops it.
   run("iw dev wlan1 scan trigger && iw dev wlan1 scan abort");
   await<Event::ScanStarted>();
   auto const aborted = await<Event::ScanAborted>();
@@ -183,20 +270,18 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
     EXPECT_EQ(await<Event::ChannelSwitched>()->toString(),
               "VAP wlan0 switched to channel: primary 5745 MHz (#149) / center 5775 MHz (#155) / width 80 MHz");
     EXPECT_EQ(channel(), "primary 5745 MHz (#149) / center 5775 MHz (#155) / width 80 MHz");
-    expectAsIwPrints(
-        "iw dev wlan0 info", [&] { return getInterface(socket, "wlan0"); }, interfaceView);
+    expectAsIwPrints("iw dev wlan0 info", interfaceView, [&] { return getInterface(socket, "wlan0"); });
     // The kernel reports an access point it stops itself, not one hostapd stops.
     run("ip link set wlan0 down");
     auto const stopped = await<Event::ApStopped>();
     EXPECT_EQ(stopped->toString(), fmt::format("AP stopped (phy 0 / ifc {} / wdev {})",
                                                NetIfcID(std::string("wlan0")).index(), stopped->wdev().id()));
-    // With no interface in use the kernel goes back to the world domain and
-    // at once to the user's DE again, before it takes the next command.
+    // No interface in use: the kernel goes back to the world domain, then to DE.
     await<Event::RegDomainChanged>([](auto const& e) { return e.initiator() == NL80211_REGDOM_SET_BY_CORE; });
   }
 
-  // A radio whose "driver" asks for FR while the user set DE: the kernel
-  // intersects. HWSIM_CMD_NEW_RADIO (4) with HWSIM_ATTR_REG_HINT_ALPHA2 (11).
+  // A radio whose "driver" asks for FR while the user set DE: an intersection.
+  // HWSIM_CMD_NEW_RADIO (4) with HWSIM_ATTR_REG_HINT_ALPHA2 (11).
   std::unique_ptr<nl_sock, void (*)(nl_sock*)> hwsim(nl_socket_alloc(), nl_socket_free);
   std::unique_ptr<nl_msg, void (*)(nl_msg*)> msg(nlmsg_alloc(), nlmsg_free);
   ASSERT_EQ(genl_connect(hwsim.get()), 0);
@@ -209,8 +294,7 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
             })->toString(),
             "regdomain (type intersection) for phy 2 changed by driver");
 
-  // What the kernel sent before a last interface both sides have seen once
-  // they have seen it; what comes after is left out.
+  // What came before a last interface both sides have seen once they see it.
   run("iw phy phy1 interface add end0 type monitor");
   auto const end = await<Event::IfcCreated>([](auto const& e) { return e.info().name == "end0"; })->toString();
   std::vector<std::string> iw;
@@ -225,10 +309,9 @@ TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
     logged[line.level].push_back(line.text);
     if (line.provider == trace::Provider::Event) events.push_back(line.text);
   }
-  // Every event was logged once, before it was published, in the same order;
-  // the decoder's errors, first of all, are the two messages it can't read: a
-  // global regulatory change names no radio, the virtual radio's wiphy has no
-  // antenna masks.
+  // Every event logged once, before it was published, in the same order; the
+  // decoder's errors, first: a global regulatory change names no radio, the
+  // virtual radio's wiphy has no antenna masks.
   EXPECT_EQ(logged[trace::Level::Info], texts);
   EXPECT_EQ(logged[trace::Level::Err],
             (std::vector<std::string>{

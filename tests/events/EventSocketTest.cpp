@@ -191,8 +191,8 @@ TEST_F(EventLoop, FloodsAndASoakLoseNothingUnannouncedAndLeaveTheLoopStoppable) 
   flood(60000, 256);
   settle();
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  EXPECT_LE(resident(), early + 256 * 1024);
-  EXPECT_LE(early, resident() + 256 * 1024);
+  EXPECT_LE(resident(), early + 256 * 1024UL);
+  EXPECT_LE(early, resident() + 256 * 1024UL);
 #endif
   testing::WextMessage const multipart({.athEvent = 45, .payload = {0x3c, 0x14}});
   nlmsg_hdr(multipart.msg)->nlmsg_flags |= NLM_F_MULTI;

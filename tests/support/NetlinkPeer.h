@@ -53,16 +53,16 @@ inline Bytes answer(Request const& request, int type, int flags, Bytes payload,
 inline Bytes done(Request const& request) { return answer(request, NLMSG_DONE, NLM_F_MULTI, Bytes(4)); }
 
 // NLMSG_ERROR quoting the request (error 0: an acknowledgement), its header alone if capped; an
-// extended message goes in an attribute of extType, an empty one without payload.
+// extended message goes in an attribute NLMSGERR_ATTR_MSG, an empty one without payload.
 inline Bytes error(Request const& request, int errorNumber, std::optional<std::string> const& extendedMessage = {},
-                   bool capped = false, int extType = NLMSGERR_ATTR_MSG) {
+                   bool capped = false) {
   auto const text = extendedMessage.value_or("");
   int const flags = (extendedMessage ? NLM_F_ACK_TLVS : 0) | (capped ? NLM_F_CAPPED : 0);
   Bytes body = bytesOf(errorNumber);
   body.insert(body.end(), request.bytes.begin(),
-              request.bytes.begin() + (capped ? NLMSG_HDRLEN : request.bytes.size()));
+              request.bytes.begin() + static_cast<std::ptrdiff_t>(capped ? NLMSG_HDRLEN : request.bytes.size()));
   return answer(request, NLMSG_ERROR, flags, body, [&](nl_msg* msg) {
-    if (extendedMessage) nla_put(msg, extType, static_cast<int>(text.size() + !text.empty()), text.c_str());
+    if (extendedMessage) nla_put(msg, NLMSGERR_ATTR_MSG, static_cast<int>(text.size() + !text.empty()), text.c_str());
   });
 }
 

@@ -1,5 +1,6 @@
 // The two event decoders: from a received message to the event they log and publish, or to the one line that says
 // why there is none; the rtnetlink view the wireless-extension one reads through; the texts of the codes events carry.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>

@@ -1,6 +1,5 @@
-// Two virtual radios on the real kernel: the wiphys as nl80211 sends them and
-// iw lists them, the kernel's refusals, then the event path through a scripted
-// run, `iw event` beside it, while four threads send commands on its socket.
+// Two virtual radios: the wiphys as nl80211 sends them and iw lists them, the kernel's refusals, then the
+// event path through a scripted run, `iw event` beside it, while four threads send commands on its socket.
 #include <atomic>
 
 #include <netlink/attr.h>
@@ -16,17 +15,18 @@ using namespace Ny80211;
 using namespace Ny80211::testing;
 
 // Each kind of notification as iw says it and, each in a pair, as the library does.
-std::vector<std::pair<std::string, std::string>> const kinds{{"new interface", "ifc created: "},
-                                                             {"del interface", "ifc deleted: "},
-                                                             {"scan started", "scan started for "},
-                                                             {"scan finished", "scan finished for "},
-                                                             {"scan aborted", "scan aborted for "},
-                                                             {"regulatory domain change", "NL80211_CMD_REG_CHANGE"},
-                                                             {"regulatory domain change", "regdomain "},
-                                                             {": channel switch freq=", " switched to channel: "},
-                                                             {": stop ap", "AP stopped "},
-                                                             {": renamed to ", "NL80211_CMD_NEW_WIPHY"},
-                                                             {": renamed to ", "wiphy created: "}};
+std::vector<std::pair<std::string, std::string>> const kinds{
+    {"new interface", "ifc created: "},
+    {"del interface", "ifc deleted: "},
+    {"scan started", "scan started for "},
+    {"scan finished", "scan finished for "},
+    {"scan aborted", "scan aborted for "},
+    {"regulatory domain change", "NL80211_CMD_REG_CHANGE"},
+    {"regulatory domain change", "regdomain "},
+    {": channel switch freq=", " switched to channel: "},
+    {": stop ap", "AP stopped "},
+    {": renamed to ", "NL80211_CMD_NEW_WIPHY"},
+};
 
 std::vector<std::string> kindsOf(std::vector<std::string> const& lines, bool iw) {
   std::vector<std::string> found;
@@ -50,43 +50,35 @@ std::vector<std::string> iwThrough(std::string const& text) {
   return {};
 }
 
-class KernelCommands : public ::testing::Test {
- protected:
-  void SetUp() override {
-    EXPECT_FALSE(socket.isConnected());
-    socket.connect();  // resolves the family
-    ASSERT_TRUE(socket.isConnected());
-  }
+// Every reply read as far as it goes: the virtual radios have no antenna
+// masks, so the reader fails on the first it requires (missing, where the
+// reply is a whole wiphy).
+std::vector<WiPhyInfo> wiphys(CommandSocket& socket, GenlMessage&& command, std::string const& missing) {
+  std::vector<WiPhyInfo> infos;
+  socket.sendMessage(command, [&](nl_msg* reply) {
+    GenlMessage const message(reply);
+    auto& info = infos.emplace_back();
+    EXPECT_EQ(message.commandID(), NL80211_CMD_NEW_WIPHY);
+    try {
+      info.readFrom(message.attributes());
+      ADD_FAILURE() << "read without antenna masks: " << info.toString();
+    } catch (AttrNotFound const& e) {
+      EXPECT_EQ(missing.empty() ? e.what() : missing, e.what());
+    }
+    // The old, unsplit dump puts one wiphy per message into a buffer of fixed
+    // size: one that no longer fits after another comes without bands.
+    auto const* bands = message.attributes().tryFind(NL80211_ATTR_WIPHY_BANDS);
+    EXPECT_TRUE(missing.empty() || !info.bands.bands.empty() || (bands != nullptr && nla_len(bands) == 0)) << info.name;
+    return NL_OK;
+  });
+  return infos;
+}
 
-  // Every reply read as far as it goes: the virtual radios have no antenna
-  // masks, so the reader fails on the first it requires (missing, where the
-  // reply is a whole wiphy).
-  std::vector<WiPhyInfo> wiphys(GenlMessage&& command, std::string const& missing) {
-    std::vector<WiPhyInfo> infos;
-    socket.sendMessage(command, [&](nl_msg* reply) {
-      GenlMessage const message(reply);
-      auto& info = infos.emplace_back();
-      EXPECT_EQ(message.commandID(), NL80211_CMD_NEW_WIPHY);
-      try {
-        info.readFrom(message.attributes());
-        ADD_FAILURE() << "read without antenna masks: " << info.toString();
-      } catch (AttrNotFound const& e) {
-        EXPECT_EQ(missing.empty() ? e.what() : missing, e.what());
-      }
-      // The old, unsplit dump puts one wiphy per message into a buffer of
-      // fixed size: one that no longer fits after another comes without bands.
-      auto const* bands = message.attributes().tryFind(NL80211_ATTR_WIPHY_BANDS);
-      EXPECT_TRUE(missing.empty() || !info.bands.bands.empty() || (bands != nullptr && nla_len(bands) == 0))
-          << info.name;
-      return NL_OK;
-    });
-    return infos;
-  }
-
+TEST(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
   CommandSocket socket;
-};
-
-TEST_F(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
+  EXPECT_FALSE(socket.isConnected());
+  socket.connect();  // resolves the family
+  ASSERT_TRUE(socket.isConnected());
   EXPECT_EQ(fmt::format("{}", WiPhyID(std::string("phy1"))), "wiphy phy1 (ID 1)");
   std::vector<std::string> names;  // of "Wiphy phy0", ...
   for (auto const& record : iwRecords("iw list", "Wiphy ", ':')) names.push_back(record.head.substr(6));
@@ -94,7 +86,7 @@ TEST_F(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
     WiPhyID const phy(name);
     Nl80211Command get(NL80211_CMD_GET_WIPHY, fmt::format("get {}", phy));
     phy.writeTo(get.attributes());
-    auto const infos = wiphys(std::move(get), "attribute not found (type 106)");
+    auto const infos = wiphys(socket, std::move(get), "attribute not found (type 106)");
     ASSERT_EQ(infos.size(), 1U);
     EXPECT_EQ(infos[0].name, name);
     EXPECT_EQ(infos[0].id.index(), phy.index());
@@ -104,7 +96,7 @@ TEST_F(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
   std::vector<std::string> dumped;
   int whole = 0;
   for (auto const& info :
-       wiphys(Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"), "attribute not found (type 106)")) {
+       wiphys(socket, Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"), "attribute not found (type 106)")) {
     dumped.push_back(info.name);
     whole += info.bands.bands.empty() ? 0 : 1;
   }
@@ -116,12 +108,14 @@ TEST_F(KernelCommands, WiphysByNameIndexAndDumpAsIwListsThem) {
   // The parts of a split dump are no whole records.
   auto split = Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump split");
   split.attributes().addFlag(NL80211_ATTR_SPLIT_WIPHY_DUMP, true);
-  EXPECT_GT(wiphys(std::move(split), "").size(), names.size());
+  EXPECT_GT(wiphys(socket, std::move(split), "").size(), names.size());
 }
 
 // Each refusal reaches the caller with the kernel's words, logged once as a
 // warning, and leaves the socket good for the next command.
-TEST_F(KernelCommands, RefusalsCarryTheKernelsWords) {
+TEST(KernelCommands, RefusalsCarryTheKernelsWords) {
+  CommandSocket socket;
+  socket.connect();
   std::pair<Nl80211Command, char const*> rows[] = {
       {command(NL80211_CMD_GET_INTERFACE, "get ifindex 9999", {{NL80211_ATTR_IFINDEX, 9999}}),
        "Netlink error: No such device (-19)"},
@@ -227,7 +221,7 @@ class KernelEvents : public ::testing::Test {
 TEST_F(KernelEvents, ScriptedRunInKernelOrder) {
   run("iw reg set DE");  // a global change, which names no radio: an error line
   auto& socket = context.commands();
-  auto const made = replies<InterfaceInfo>(
+  auto made = replies<InterfaceInfo>(
       socket, command(NL80211_CMD_NEW_INTERFACE, "new monitor mon0",
                       {{NL80211_ATTR_WIPHY, 0}, {NL80211_ATTR_IFTYPE, NL80211_IFTYPE_MONITOR}}, "mon0"));
   auto const created = await<Event::IfcCreated>([](auto const& e) { return e.info().name == "mon0"; });

@@ -63,11 +63,14 @@ class Daemon {
   }
   // Returns once the daemon is gone or a zombie: its control socket removed for the next one.
   ~Daemon() {
-    int status = 0;
-    run(fmt::format("for i in $(seq 300); do [ -s {0} ] && break; sleep 0.1; done; p=$(cat {0}); kill $p && for i in "
-                    "$(seq 600); do grep -qv ') Z' /proc/$p/stat 2>/dev/null || exit 0; sleep 0.1; done; exit 1",
-                    pid_),
-        &status);
+    int status = 1;
+    try {
+      run(fmt::format("for i in $(seq 300); do [ -s {0} ] && break; sleep 0.1; done; p=$(cat {0}); kill $p && for i in "
+                      "$(seq 600); do grep -qv ') Z' /proc/$p/stat 2>/dev/null || exit 0; sleep 0.1; done; exit 1",
+                      pid_),
+          &status);
+    } catch (std::exception const&) {  // told below
+    }
     if (status != 0) std::cerr << pid_ << ": the daemon did not stop\n";
   }
   Daemon(Daemon const&) = delete;
@@ -157,7 +160,7 @@ struct IwView {
     std::optional<std::string> (*text)(Record const&);
   };
   std::string head;
-  char separator;
+  char separator = ':';
   std::string (*headOf)(Record const&);
   std::vector<Field> fields;
 };

@@ -66,9 +66,8 @@ Poco::AutoPtr<E> decode(nl_msg* msg, std::string const& outcome, std::type_info 
   EXPECT_EQ(text(silent), text(event));
   bool const failed = outcome.empty() || outcome.starts_with("Error") || outcome.starts_with("error");
   EXPECT_EQ(text(event), failed ? "<none>" : outcome);
-  std::vector<TraceLine> lines;
-  if (!outcome.empty())
-    lines.push_back({outcome[0] == 'e' ? Provider::Cmd : Provider::Event, failed ? Level::Err : Level::Info, outcome});
+  TraceLine const line{outcome[0] == 'e' ? Provider::Cmd : Provider::Event, failed ? Level::Err : Level::Info, outcome};
+  auto const lines = outcome.empty() ? std::vector<TraceLine>{} : std::vector{line};
   EXPECT_EQ(watch.lines(), lines);
   EXPECT_EQ(watch.queued, std::vector<int>(lines.size(), 0));
   auto const* published = event.get();

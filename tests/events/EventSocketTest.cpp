@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -70,6 +71,7 @@ class EventLoop : public ::testing::Test {
     std::uint64_t dropped = window > 0 ? testing::linkListener().dropped : 0;
     for (std::uint64_t i = 0; i < n; ++i) {
       for (int spin = 1; window > 0 && sent - consume() - dropped >= window; ++spin) {
+        if (spin == 100000) throw std::runtime_error("the loop stopped publishing");
         std::this_thread::sleep_for(20us);
         if (spin % 1024 == 0) dropped = testing::linkListener().dropped;
       }

@@ -83,7 +83,7 @@ TEST(Element, MakeGivesFieldsNothingOrTheLengthError) {
       // UTF-8 SSID is bit 0 of the seventh octet, and only that bit.
       {"7f06 ffffffffffff", "extcaps: false\n"},
       {"7f07 000000000000fe", "extcaps: false\n"},
-      {"7f08 0400000000000140", "extcaps: true\n"},
+      {"7f07 04000000000001", "extcaps: true\n"},
       // Primary, information octet, CCFS2 in bits 5-12 of the next word; then the Basic HT-MCS Set.
       {"3d16 24 07 e01f 0000 00000000000000000000000000000000", "ht: 36 3 true 255\n"},
       {"3d16 95 09 1fe0 ffff ffffffffffffffffffffffffffffffff", "ht: 149 1 false 0\n"},  // RIFS; CCFS2 bits 13-15

@@ -1,333 +1,147 @@
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <vector>
+#include <tuple>
 
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-#include <linux/nl80211.h>
-
-#include "../events/LinkPeer.h"
-#include "TestMessage.h"
+#include "Records.h"
 #include "TraceCapture.h"
 #include "ny80211/BssInfo.h"
-#include "ny80211/Error.h"
 
 namespace {
 
 using namespace Ny80211;
-using Ny80211::testing::Attrs;
-using Ny80211::testing::Bytes;
-using Ny80211::testing::outcome;
-using Ny80211::testing::replaced;
-using Ny80211::testing::TestMessage;
-using Ny80211::testing::TraceCapture;
-using Ny80211::testing::TraceLine;
+using namespace Ny80211::testing;
 
-Bytes operator+(Bytes a, Bytes const& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
+using U8 = std::uint8_t;
+Bytes ssid(std::string const& s) { return Bytes{0, static_cast<U8>(s.size())} + Bytes(s.begin(), s.end()); }
+// HT Operation: primary; secondary offset (bits 0-1) and any STA width (bit 2); CCFS2 in bits 5-12 of the next word.
+Bytes ht(U8 primary, U8 info, U8 ccfs2 = 0) {
+  return Bytes{61, 22, primary, info, static_cast<U8>(ccfs2 << 5), static_cast<U8>(ccfs2 >> 3)} + Bytes(18);
 }
-
-// Elements as access points send them, byte by byte.
-Bytes ssid(std::string const& text) {
-  Bytes e{0, static_cast<std::uint8_t>(text.size())};
-  return e + Bytes(text.begin(), text.end());
-}
-// Primary channel, then secondary offset (bits 0-1) and STA channel width
-// (bit 2); CCFS2 in bits 5-12 of the next word; the rest zero.
-Bytes ht(std::uint8_t primary, std::uint8_t offset, bool anyWidth, std::uint8_t ccfs2 = 0) {
-  Bytes e(24, 0);
-  e[0] = 61, e[1] = 22, e[2] = primary;
-  e[3] = static_cast<std::uint8_t>(offset | (anyWidth ? 0x04 : 0));
-  auto const word = static_cast<std::uint16_t>(ccfs2 << 5);
-  e[4] = static_cast<std::uint8_t>(word & 0xff), e[5] = static_cast<std::uint8_t>(word >> 8);
-  return e;
-}
-Bytes vht(std::uint8_t width, std::uint8_t ccfs0, std::uint8_t ccfs1) {
-  return {192, 5, width, ccfs0, ccfs1, 0xfc, 0xff};
-}
+Bytes vht(U8 width, U8 ccfs0, U8 ccfs1) { return {192, 5, width, ccfs0, ccfs1, 0xfc, 0xff}; }
 // HE Operation with 6 GHz Operation Information only.
-Bytes he6(std::uint8_t primary, std::uint8_t control, std::uint8_t ccfs0, std::uint8_t ccfs1) {
+Bytes he6(U8 primary, U8 control, U8 ccfs0, U8 ccfs1) {
   return {255, 12, 36, 0x00, 0x00, 0x02, 0x01, 0xfc, 0xff, primary, control, ccfs0, ccfs1, 6};
 }
-Bytes eht(std::uint8_t control, std::uint8_t ccfs0, std::uint8_t ccfs1) {
-  return {255, 9, 106, 0x01, 0xfc, 0xff, 0xff, 0xff, control, ccfs0, ccfs1};
+Bytes eht(U8 control, U8 ccfs0, U8 ccfs1) { return {255, 9, 106, 0x01, 0xfc, 0xff, 0xff, 0xff, control, ccfs0, ccfs1}; }
+// The system vendor's own element: OUI 02:51:54, record kind, 16-bit version (low byte first), record.
+Bytes vendor(U8 kind, std::string const& record, U8 version = 1) {
+  return Bytes{221, static_cast<U8>(6 + record.size()), 0x02, 0x51, 0x54, kind, version, 0} +
+         Bytes(record.begin(), record.end());
 }
-Bytes vendor(std::uint8_t kind, Bytes const& data, std::uint8_t versionLow = 1) {
-  auto const oui = QuentaOui.GetBytes();
-  Bytes body{oui[0], oui[1], oui[2], kind, versionLow, 0};
-  body = body + data;
-  return Bytes{221, static_cast<std::uint8_t>(body.size())} + body;
-}
+Bytes const utf8 = hex("7f08 0000000000000100");
 
 // The attributes of a BSS in the kernel's order, with these elements.
 Attrs bssAttrs(Bytes const& ies, std::uint32_t mhz = 5180) {
-  using Ny80211::testing::bytesOf;
-  return {{NL80211_BSS_BSSID, {0x02, 0, 0, 0, 0x01, 0}},
-          {NL80211_BSS_FREQUENCY, bytesOf(mhz)},
-          {NL80211_BSS_CHAN_WIDTH, bytesOf(std::uint32_t{0})},
-          {NL80211_BSS_SEEN_MS_AGO, bytesOf(std::uint32_t{112})},
-          {NL80211_BSS_SIGNAL_MBM, bytesOf(std::int32_t{-2700})},
-          {NL80211_BSS_BEACON_INTERVAL, bytesOf(std::uint16_t{100})},
-          {NL80211_BSS_CAPABILITY, bytesOf(std::uint16_t{0x0411})},
-          {NL80211_BSS_LAST_SEEN_BOOTTIME, bytesOf(std::uint64_t{14544000000})},
-          {NL80211_BSS_INFORMATION_ELEMENTS, ies}};
+  return attrs(NL80211_BSS_BSSID, "020000000100", NL80211_BSS_FREQUENCY, bytesOf(mhz), NL80211_BSS_CHAN_WIDTH,
+               "00000000", NL80211_BSS_SEEN_MS_AGO, "70000000", NL80211_BSS_SIGNAL_MBM, "74f5ffff",
+               NL80211_BSS_BEACON_INTERVAL, "6400", NL80211_BSS_CAPABILITY, "1104", NL80211_BSS_LAST_SEEN_BOOTTIME,
+               "00d4e36203000000", NL80211_BSS_INFORMATION_ELEMENTS, ies);
 }
 
-// A scan-result message: a nested BSS and the interface, 1 (lo, which every
-// machine has) unless told.
-struct ScanResult {
-  explicit ScanResult(Bytes const& ies, std::uint32_t mhz = 5180, int skip = -1)
-      : ScanResult(replaced(bssAttrs(ies, mhz), skip, {})) {}
-  explicit ScanResult(Attrs const& bssAttrs, std::uint32_t ifindex = 1) {
-    auto bss = TestMessage::nestBody();
-    bss.put(bssAttrs);
-    message.nest(NL80211_ATTR_BSS, bss);
-    message.u32(NL80211_ATTR_IFINDEX, ifindex);
-  }
-  Cmd::ScanInfo read() const { return Cmd::ScanInfo(message.stream()); }
-  TestMessage message;
-};
-
-struct ChannelCase {
-  char const* name;
-  std::uint32_t mhz;
-  Bytes ies;
-  char const* channel;  // "" for none
-};
-
-class BssChannel : public ::testing::TestWithParam<ChannelCase> {};
-
-TEST_P(BssChannel, IsDerivedFromTheOperationElements) {
-  auto const& c = GetParam();
-  TraceCapture log;
-  auto const bss = ScanResult(ssid("lab") + c.ies, c.mhz).read().bss;
-  EXPECT_EQ(bss.channel ? bss.channel->toString() : "", c.channel);
-  EXPECT_EQ(log.lines(), std::vector<TraceLine>{});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    AccessPoints, BssChannel,
-    ::testing::Values(
-        ChannelCase{"Legacy2G", 2412, {}, "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)"},
-        ChannelCase{"Ht20", 2412, ht(1, 0, false),
-                    "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)"},
-        ChannelCase{"Ht40Above", 2437, ht(6, 1, true),
-                    "primary 2437 MHz (#  6) / center 2447 MHz (#  8) / width 40 MHz"},
-        ChannelCase{"Ht40Below", 5200, ht(40, 3, true),
-                    "primary 5200 MHz (# 40) / center 5190 MHz (# 38) / width 40 MHz"},
-        ChannelCase{"Ht40BelowNarrowStations", 5200, ht(40, 3, false),
-                    "primary 5200 MHz (# 40) / center 5200 MHz (# 40) / width 20 MHz (HT)"},
-        ChannelCase{"HtReservedOffset", 5200, ht(40, 2, true), ""},
-        ChannelCase{"Vht80", 5180, ht(36, 1, true) + vht(1, 42, 0),
-                    "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / width 80 MHz"},
-        ChannelCase{"Vht160", 5180, ht(36, 1, true) + vht(1, 42, 50),
-                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
-        ChannelCase{"Vht160InHtSegment", 5180, ht(36, 1, true, 50) + vht(1, 42, 0),
-                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
-        ChannelCase{"VhtBothSecondSegments", 5180, ht(36, 1, true, 50) + vht(1, 42, 50), ""},
-        ChannelCase{"Vht80Plus80", 5180, ht(36, 1, true) + vht(1, 42, 155),
-                    "primary 5180 MHz (# 36) / center 5210 MHz (# 42) / center2 5775 MHz (#155)/ width 80+80 MHz"},
-        ChannelCase{"VhtSegmentsTooClose", 5180, ht(36, 1, true) + vht(1, 42, 52), ""},
-        ChannelCase{"Vht160Deprecated", 5180, ht(36, 1, true) + vht(2, 50, 0),
-                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
-        ChannelCase{"VhtNarrowStations", 5180, ht(36, 1, false) + vht(1, 42, 0), ""},
-        ChannelCase{"VhtNarrowStations20", 5180, ht(36, 0, false) + vht(0, 0, 0),
-                    "primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)"},
-        ChannelCase{"VhtWithoutHt", 5180, vht(1, 42, 0), ""},
-        ChannelCase{"He6Ghz80", 6135, he6(37, 2, 39, 0),
-                    "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / width 80 MHz"},
-        ChannelCase{"He6Ghz160", 6135, he6(37, 3, 39, 47),
-                    "primary 6135 MHz (# 37) / center 6185 MHz (# 47) / width 160 MHz"},
-        ChannelCase{"He6Ghz80Plus80", 6135, he6(37, 3, 39, 71),
-                    "primary 6135 MHz (# 37) / center 6145 MHz (# 39) / center2 6305 MHz (# 71)/ width 80+80 MHz"},
-        ChannelCase{"He6GhzSegmentsTooClose", 6135, he6(37, 3, 39, 51), ""},
-        ChannelCase{"Eht320", 6135, he6(37, 3, 39, 47) + eht(4, 47, 63),
-                    "primary 6135 MHz (# 37) / center 6265 MHz (# 63) / width <unknown>"},
-        ChannelCase{"Eht160OnHtPrimary", 5180, ht(36, 1, true) + vht(1, 42, 50) + eht(3, 42, 50),
-                    "primary 5180 MHz (# 36) / center 5250 MHz (# 50) / width 160 MHz"},
-        ChannelCase{"EhtReservedWidth", 6135, he6(37, 3, 39, 47) + eht(5, 47, 63), ""},
-        ChannelCase{"EhtWithoutPrimary", 5180, vht(1, 42, 0) + eht(2, 42, 0), ""}),
-    [](auto const& info) { return std::string(info.param.name); });
-
-TEST(Bss, ReadsEveryFieldOfAScanResult) {
-  auto const result = ScanResult(ssid("lab 5") + ht(36, 1, true) + vht(1, 42, 0) + vendor(8, {'A', 'P', '-', '7'}) +
-                                 Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0})
-                          .read();
-  auto const& bss = result.bss;
-  EXPECT_EQ(result.ifc.index(), 1u);
-  EXPECT_EQ(fmt::format("{}", bss.bssid), "02:00:00:00:01:00");
-  EXPECT_EQ(bss.frequency, 5180u);
-  EXPECT_EQ(bss.seenMsAgo, 112u);
-  EXPECT_EQ(bss.lastSeenBoottime, 14544000000u);
-  EXPECT_EQ(bss.signalMbm, -2700);
-  EXPECT_EQ(bss.beaconInterval, 100);
-  EXPECT_EQ(bss.capability, 0x0411);
-  EXPECT_FALSE(bss.status);
-  EXPECT_EQ(bss.getRawSSID(), "lab 5");
-  EXPECT_TRUE(bss.utf8Ssid);
-  EXPECT_EQ(bss.channelType, NL80211_CHAN_HT40PLUS);
-  EXPECT_EQ(bss.vendorName, "AP-7");
-  EXPECT_FALSE(bss.vendorId);
-}
-
-TEST(Bss, ChannelTypeFollowsTheHtSecondaryOffset) {
-  EXPECT_EQ(ScanResult(ht(1, 0, false), 2412).read().bss.channelType, NL80211_CHAN_HT20);
-  EXPECT_EQ(ScanResult(ht(40, 3, true), 5200).read().bss.channelType, NL80211_CHAN_HT40MINUS);
-  EXPECT_EQ(ScanResult(ht(40, 2, true), 5200).read().bss.channelType, NL80211_CHAN_NO_HT);
-  EXPECT_EQ(ScanResult(he6(37, 2, 39, 0), 6135).read().bss.channelType, NL80211_CHAN_NO_HT);
-}
-
-TEST(Bss, VendorDataOnlyUnderTheOwnOuiAndVersion) {
-  Bytes id(16);
-  for (std::size_t i = 0; i < id.size(); ++i) id[i] = static_cast<std::uint8_t>(0xa0 + i);
-  auto bss = ScanResult(vendor(4, id) + vendor(8, {'o', 'l', 'd'}) + vendor(8, {'n', 'e', 'w'})).read().bss;
-  ASSERT_TRUE(bss.vendorId);
-  EXPECT_EQ((*bss.vendorId)[0], std::byte{0xa0});
-  EXPECT_EQ((*bss.vendorId)[15], std::byte{0xaf});
-  EXPECT_EQ(bss.vendorName, "new");
-
-  // An identifier one byte short, a wrong version, a name without text and a
-  // foreign OUI are all ignored.
-  Bytes foreign = vendor(8, {'x'});
-  foreign[2] ^= 0xff;
-  bss = ScanResult(vendor(4, Bytes(15, 1)) + vendor(8, {'v', '2'}, 2) + vendor(8, {}) + foreign).read().bss;
-  EXPECT_FALSE(bss.vendorId);
-  EXPECT_FALSE(bss.vendorName);
-}
-
-struct Logged {
-  char const* name;
-  std::uint32_t mhz;
-  Bytes ies;
-  std::string read;                // SSID, UTF-8 flag, channel type, channel
-  std::vector<std::string> lines;  // at ny80211_cmd/log_err, in order
-};
-
-TEST(Bss, BrokenElementsAndChannelsAreLoggedInOrderAndTheReadGoesOn) {
-  std::string const bad = "could not process channel information for BSSID 02:00:00:00:01:00: ";
-  std::string const band0 = bad + "cannot convert channel index 0 in band 0 to frequency";
-  std::string const at5180 = " type 0 primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
-  Bytes const utf8{127, 8, 0, 0, 0, 0, 0, 0, 0x01, 0};
-  Logged const rows[] = {
-      // The HT element is sound, the vendor element claims 9 bytes and has 4.
-      {"BrokenVendor",
-       5180,
-       ssid("lab") + ht(36, 1, true) + Bytes{221, 9, 0x02, 0x51, 0x54, 8},
-       "'lab' type 3 primary 5180 MHz (# 36) / center 5190 MHz (# 38) / width 40 MHz",
-       {"broken element @ (29/35): too short (6 < 11)"}},
-      {"WellFramedOfTheWrongLength",
-       5180,
-       Bytes{192, 4, 1, 42, 0, 0} + ssid("late"),
-       "''" + at5180,
-       {"broken element @ (0/12): wrong length (4 != 5)"}},
-      {"TrailingByte", 5180, ssid("lab") + Bytes{0}, "'lab'" + at5180, {"broken element @ (5/6): too short (1 < 2)"}},
-      // An empty extension element takes its extension ID from the next byte.
-      {"EmptyExtension", 5180, Bytes{255, 0} + ssid("lab"), "'lab'" + at5180, {}},
-      {"EmptyExtensionLast",
-       5180,
-       ssid("lab") + Bytes{255, 0},
-       "'lab'" + at5180,
-       {"broken element @ (5/7): too short (2 < 3)"}},
-      {"LaterSsidAndCapabilitiesWin",
-       5180,
-       utf8 + ssid("one") + ssid("two") + Bytes{127, 8, 0, 0, 0, 0, 0, 0, 0, 0},
-       "'two'" + at5180,
-       {}},
-      {"HtPrimaryZero", 2412, ssid("lab") + ht(0, 0, false), "'lab' type 0 no channel", {band0}},
-      {"SecondHtBroken", 2412, ht(1, 1, true) + ht(0, 0, false) + ssid("lab"), "'lab' type 3 no channel", {band0}},
-      {"CentreZeroAtTheEnd",
-       5180,
-       ht(36, 1, true) + vht(1, 0, 0),
-       "'' type 3 no channel",
-       {bad + "cannot convert channel index 0 in band 1 to frequency"}},
-      {"NoChannelNumberForTheFallback", 2407, ssid("lab"), "'lab' type 0 no channel", {band0}},
-      {"BrokenElementThenBadChannel",
-       2412,
-       ht(0, 0, false) + ssid("lab") + utf8 + Bytes{221, 9, 2},
-       "'lab' utf8 type 0 no channel",
-       {"broken element @ (39/42): too short (3 < 11)", band0}},
-  };
-  for (auto const& r : rows) {
-    SCOPED_TRACE(r.name);
-    TraceCapture log;
-    auto const bss = ScanResult(r.ies, r.mhz).read().bss;
-    EXPECT_EQ(fmt::format("'{}'{} type {} {}", bss.getRawSSID(), bss.utf8Ssid ? " utf8" : "", bss.channelType,
-                          bss.channel ? bss.channel->toString() : "no channel"),
-              r.read);
-    std::vector<TraceLine> lines;
-    for (auto const& text : r.lines) lines.push_back({trace::Provider::Cmd, trace::Level::Err, text});
-    EXPECT_EQ(log.lines(), lines);
-  }
-}
-
-TEST(Bss, AbsentShortRepeatedAndReorderedAttributes) {
-  struct Row {
-    int type;
-    std::vector<char const*> payloads;  // hex, in message order; none: absent
-    std::string read;
-  };
-  std::string const rest = " / 5180 MHz / 'lab' / primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
-  Row const rows[] = {
-      {NL80211_BSS_STATUS, {}, "02:00:00:00:01:00 status -" + rest},
-      {NL80211_BSS_STATUS, {"07000000"}, "02:00:00:00:01:00 status 7" + rest},
-      {NL80211_BSS_STATUS, {"0700"}, "Error: attribute (type 9) payload too small for data type (2 < 4)"},
-      {NL80211_BSS_STATUS, {"07000000", "08000000"}, "02:00:00:00:01:00 status 7" + rest},
-      {NL80211_BSS_BSSID, {"020000000200", "020000000100"}, "02:00:00:00:02:00 status -" + rest},
-      {NL80211_BSS_BSSID,
-       {"0200000002", "020000000100"},
-       "Error: attribute (type 1) payload too small for data type (5 < 6)"},
-      {NL80211_BSS_INFORMATION_ELEMENTS, {"00036c6162", "000374776f"}, "02:00:00:00:01:00 status -" + rest},
-  };
-  for (bool const reorder : {false, true}) {
-    for (auto const& r : rows) {
-      auto attrs = replaced(bssAttrs(ssid("lab")), r.type, r.payloads);
-      // By type, falling; repeats keep their order.
-      if (reorder) std::stable_sort(attrs.begin(), attrs.end(), [](auto& a, auto& b) { return a.first > b.first; });
-      EXPECT_EQ(outcome([&] {
-                  auto const b = ScanResult(attrs).read().bss;
-                  return fmt::format("{} status {} / {} MHz / '{}' / {}", b.bssid,
-                                     b.status ? std::to_string(*b.status) : "-", b.frequency, b.getRawSSID(),
-                                     b.channel ? b.channel->toString() : "");
-                }),
-                r.read)
-          << "attribute " << r.type << " x" << r.payloads.size() << (reorder ? " reordered" : "");
-    }
-  }
-}
-
-TEST(Bss, ScanInfoNamesTheInterfaceAsTheKernelDoesAtEachRead) {
-  std::vector<std::string> names;
-  unsigned v0 = 0;
-  auto const made = Ny80211::testing::withVethPair([&](Ny80211::testing::LinkPeer& peer, unsigned index) {
-    v0 = index;
-    ScanResult const result(bssAttrs(ssid("lab")), index);
-    names.push_back(result.read().ifc.name());
-    peer.renameLink(index, "w0");
-    names.push_back(result.read().ifc.name());
-    peer.deleteLink("w0");
-    names.push_back(result.read().ifc.name());
+// A scan-result message read, every field in a line (after the bar, what the elements gave), or its exception.
+std::string read(Attrs const& bss, Attrs const& top = attrs(NL80211_ATTR_IFINDEX, "01000000")) {
+  return outcome([&] {
+    Cmd::ScanInfo const scan(
+        TestMessage().put((bss.empty() ? Attrs{} : attrs(NL80211_ATTR_BSS, body(bss))) + top).stream());
+    auto const& b = scan.bss;
+    return fmt::format(
+        "{} {} {} MHz width {} seen {} ms {} ns {} mBm interval {} cap {:#06x} status {} | {}{}type {} {}{}{}",
+        scan.ifc, b.bssid, b.frequency, b.chanWidth, b.seenMsAgo, b.lastSeenBoottime, b.signalMbm, b.beaconInterval,
+        b.capability, b.status ? std::to_string(*b.status) : "-",
+        b.ssid.bytes().empty() ? "" : "'" + b.ssid.toEscapedString() + "' ", b.utf8Ssid ? "utf8 " : "", b.channelType,
+        b.channel ? b.channel->toString() : "no channel",
+        b.vendorId ? " id " + std::string(reinterpret_cast<char const*>(b.vendorId->data()), b.vendorId->size()) : "",
+        b.vendorName ? " name " + *b.vendorName : "");
   });
-  if (!made) GTEST_SKIP() << "needs root and veth links for a network namespace";
-  EXPECT_EQ(names, (std::vector<std::string>{"v0", "w0", fmt::format("<ifindex {}>", v0)}));
 }
 
-TEST(Bss, MandatoryAttributesAndSizes) {
-  for (int type : {NL80211_BSS_BSSID, NL80211_BSS_FREQUENCY, NL80211_BSS_CHAN_WIDTH, NL80211_BSS_SEEN_MS_AGO,
-                   NL80211_BSS_SIGNAL_MBM, NL80211_BSS_BEACON_INTERVAL, NL80211_BSS_CAPABILITY,
-                   NL80211_BSS_LAST_SEEN_BOOTTIME, NL80211_BSS_INFORMATION_ELEMENTS}) {
-    ScanResult const result(ssid("lab"), 5180, type);
-    try {
-      result.read();
-      ADD_FAILURE() << "read without attribute " << type;
-    } catch (AttrNotFound const& e) {
-      EXPECT_EQ(std::string(e.what()), fmt::format("attribute not found (type {})", type));
+TEST(Bss, ElementsGiveSsidChannelAndVendorDataAndBrokenOnesAreLoggedInOrder) {
+  std::string const bad = "could not process channel information for BSSID 02:00:00:00:01:00: cannot convert channel ";
+  std::string const band0 = bad + "index 0 in band 0 to frequency", broken = "; broken element @ ";
+  std::string const at2412 = "primary 2412 MHz (#  1) / center 2412 MHz (#  1) / width 20 MHz (HT)";
+  std::string const at5180 = "primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
+  std::string const p36 = "primary 5180 MHz (# 36) / center ", p37 = "primary 6135 MHz (# 37) / center ";
+  std::string const p40 = "primary 5200 MHz (# 40) / center ", at42 = "5210 MHz (# 42) / center2 ";
+  std::string const w160 = "type 3 " + p36 + "5250 MHz (# 50) / width 160 MHz";
+  // The frequency, the elements; what they gave, then each line logged at ny80211_cmd/log_err.
+  std::tuple<std::uint32_t, Bytes, std::string> const rows[] = {
+      // Legacy access points get their frequency's 20 MHz channel; SSIDs print escaped.
+      {2412, ssid(" "), "'\\x20' type 0 " + at2412},
+      {2412, ssid("two words") + ht(1, 0), "'two words' type 1 " + at2412},
+      {2437, ssid("  x  ") + ht(6, 5),
+       "'\\x20 x \\x20' type 3 primary 2437 MHz (#  6) / center 2447 MHz (#  8) / width 40 MHz"},
+      {5200, ssid("a\\x") + ht(40, 7), "'a\\x5cx' type 2 " + p40 + "5190 MHz (# 38) / width 40 MHz"},
+      {5200, ssid(" !~") + ht(40, 3), "'\\x20!~' type 2 " + p40 + "5200 MHz (# 40) / width 20 MHz (HT)"},
+      {5200, ssid(std::string("\0\x1f\x7f\x80\xff", 5)) + ht(40, 6), "'\\x00\\x1f\\x7f\\x80\\xff' type 0 no channel"},
+      {5180, ssid("lab 5") + ht(36, 5) + vht(1, 42, 0) + vendor(8, "AP-7") + utf8,
+       "'lab 5' utf8 type 3 " + p36 + "5210 MHz (# 42) / width 80 MHz name AP-7"},
+      {5180, ht(36, 5) + vht(1, 42, 50), w160},
+      {5180, ht(36, 5, 50) + vht(1, 42, 0), w160},
+      {5180, ht(36, 5, 50) + vht(1, 42, 50), "type 3 no channel"},
+      {5180, ht(36, 5) + vht(1, 42, 155), "type 3 " + p36 + at42 + "5775 MHz (#155)/ width 80+80 MHz"},
+      {5180, ht(36, 5) + vht(1, 42, 59), "type 3 " + p36 + at42 + "5295 MHz (# 59)/ width 80+80 MHz"},
+      {5180, ht(36, 5) + vht(1, 42, 52), "type 3 no channel"},
+      {5180, ht(36, 5) + vht(2, 50, 0), w160},
+      {5180, ht(36, 1) + vht(1, 42, 0), "type 3 no channel"},
+      {5180, ht(36, 0) + vht(0, 0, 0), "type 1 " + at5180},
+      {5180, vht(1, 42, 0), "type 0 no channel"},
+      {6135, he6(37, 2, 39, 0), "type 0 " + p37 + "6145 MHz (# 39) / width 80 MHz"},
+      {6135, he6(37, 3, 39, 47), "type 0 " + p37 + "6185 MHz (# 47) / width 160 MHz"},
+      {6135, he6(37, 3, 39, 71), "type 0 " + p37 + "6145 MHz (# 39) / center2 6305 MHz (# 71)/ width 80+80 MHz"},
+      {6135, he6(37, 3, 39, 51), "type 0 no channel"},
+      {6135, he6(37, 3, 39, 47) + eht(4, 47, 63), "type 0 " + p37 + "6265 MHz (# 63) / width <unknown>"},
+      {5180, ht(36, 5) + vht(1, 42, 50) + eht(3, 42, 50), w160},
+      {6135, he6(37, 3, 39, 47) + eht(5, 47, 63), "type 0 no channel"},
+      {5180, vht(1, 42, 0) + eht(2, 42, 0), "type 0 no channel"},
+      // Vendor data only under the own OUI and version 1, later elements winning; a short identifier, version 2,
+      // a name without text and a foreign OUI are ignored.
+      {5180, vendor(4, "0123456789abcdef") + vendor(8, "old") + vendor(8, "new"),
+       "type 0 " + at5180 + " id 0123456789abcdef name new"},
+      {5180, vendor(4, "0123456789abcde") + vendor(8, "v2", 2) + vendor(8, "") + hex("dd07 fd5154 080100 78"),
+       "type 0 " + at5180},
+      // A broken element ends the walk with a line, what came before stays; an empty extension element takes its
+      // extension ID from the next byte.
+      {5180, ssid("lab") + ht(36, 5) + hex("dd09 025154 08"),
+       "'lab' type 3 " + p36 + "5190 MHz (# 38) / width 40 MHz" + broken + "(29/35): too short (6 < 11)"},
+      {5180, hex("c004 012a0000") + ssid("late"), "type 0 " + at5180 + broken + "(0/12): wrong length (4 != 5)"},
+      {5180, ssid("lab") + Bytes{0}, "'lab' type 0 " + at5180 + broken + "(5/6): too short (1 < 2)"},
+      {5180, hex("ff00") + ssid("lab"), "'lab' type 0 " + at5180},
+      {5180, ssid("lab") + hex("ff00"), "'lab' type 0 " + at5180 + broken + "(5/7): too short (2 < 3)"},
+      {5180, utf8 + ssid("one") + ssid("two") + hex("7f08 0000000000000000"), "'two' type 0 " + at5180},
+      // A channel that does not convert is logged after any broken element.
+      {2412, ssid("lab") + ht(0, 0), "'lab' type 0 no channel; " + band0},
+      {2412, ht(1, 5) + ht(0, 0) + ssid("lab"), "'lab' type 3 no channel; " + band0},
+      {5180, ht(36, 5) + vht(1, 0, 0), "type 3 no channel; " + bad + "index 0 in band 1 to frequency"},
+      {2407, ssid("lab"), "'lab' type 0 no channel; " + band0},
+      {2412, ht(0, 0) + ssid("lab") + utf8 + hex("dd0902"),
+       "'lab' utf8 type 0 no channel" + broken + "(39/42): too short (3 < 11); " + band0},
+  };
+  for (auto const& [mhz, ies, expected] : rows) {
+    TraceCapture log;
+    auto text = read(bssAttrs(ies, mhz));
+    for (auto const& line : log.lines()) {
+      EXPECT_EQ(std::pair(line.provider, line.level), std::pair(trace::Provider::Cmd, trace::Level::Err));
+      text += "; " + line.text;
     }
+    EXPECT_EQ(text.substr(text.find(" | ") + 3), expected);
   }
-  TestMessage message;
-  message.u32(NL80211_ATTR_IFINDEX, 1);
-  EXPECT_THROW(Cmd::ScanInfo{message.stream()}, AttrNotFound);
+}
+
+TEST(Bss, AttributesAbsentShortAndRepeated) {
+  std::string const full =
+      "netifc lo 02:00:00:00:01:00 5180 MHz width 0 seen 112 ms 14544000000 ns -2700 mBm interval 100 cap 0x0411 "
+      "status - | 'lab' type 0 primary 5180 MHz (# 36) / center 5180 MHz (# 36) / width 20 MHz (HT)";
+  auto const with = [&](int type, std::vector<char const*> const& payloads) {
+    return read(replaced(bssAttrs(ssid("lab")), type, payloads));
+  };
+  // The first of repeated attributes counts.
+  EXPECT_EQ(with(NL80211_BSS_INFORMATION_ELEMENTS, {"00036c6162", "000374776f"}), full);
+  EXPECT_EQ(with(NL80211_BSS_STATUS, {"07000000", "08000000"}), edit(full, "status -", "status 7"));
+  EXPECT_EQ(with(NL80211_BSS_BSSID, {"020000000200", "020000000100"}), edit(full, "01:00", "02:00"));
+  EXPECT_EQ(with(NL80211_BSS_STATUS, {"0700"}), tooSmall(NL80211_BSS_STATUS, 2, 4));
+  EXPECT_EQ(with(NL80211_BSS_BSSID, {"0200000002", "020000000100"}), tooSmall(NL80211_BSS_BSSID, 5, 6));
+  for (auto const& [type, _] : bssAttrs({})) EXPECT_EQ(with(type, {}), notFound(type));
+  EXPECT_EQ(read({}), notFound(NL80211_ATTR_BSS));
+  EXPECT_EQ(AttrSsid(std::vector<std::byte>()).toEscapedString(), "");
+  EXPECT_EQ(read(bssAttrs({}), {}), notFound(NL80211_ATTR_IFINDEX));
 }
 
 }  // namespace

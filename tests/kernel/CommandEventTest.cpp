@@ -181,10 +181,12 @@ class KernelEvents : public ::testing::Test {
         auto const got = replies<InterfaceInfo>(
             socket, command(NL80211_CMD_GET_INTERFACE, "get", {{NL80211_ATTR_IFINDEX, ifindex}}));
         auto const all = replies<Wiphy>(socket, Nl80211Command::dump(NL80211_CMD_GET_WIPHY, "dump"));
+        // The kernel resumes a dump by position and puts a new radio first in its list: a dump across the
+        // third radio's arrival may send one wiphy twice. Every wiphy must still be one of this machine's.
         std::set<std::uint32_t> indices;
         for (auto const& wiphy : all) indices.insert(wiphy.index);
-        if (got.size() != 1 || got[0].ifc.index() != ifindex || indices.size() != all.size() || all.size() < 2 ||
-            *indices.rbegin() != all.size() - 1) {
+        if (got.size() != 1 || got[0].ifc.index() != ifindex || indices.count(0) + indices.count(1) != 2 ||
+            *indices.rbegin() > 2) {
           faults.push_back(fmt::format("{} replies for {}, {} wiphys", got.size(), ifindex, all.size()));
         }
       } catch (std::exception const& e) {

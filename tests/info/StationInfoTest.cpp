@@ -1,4 +1,3 @@
-#include <regex>
 #include <tuple>
 
 #include "Records.h"
@@ -24,7 +23,14 @@ StationInfo readStation(Attrs const& info) {
 // A station's text, then its table row without the blanks around the bars.
 std::string textAndRow(Attrs const& info) {
   auto const record = readStation(info);
-  return record.toString() + " " + std::regex_replace(record.toTableRow(), std::regex(" *(\\|) *|\n"), "$1");
+  std::string row;
+  for (char c : record.toTableRow()) {
+    if (c == '|') {
+      while (!row.empty() && row.back() == ' ') row.pop_back();
+    }
+    if (c != '\n' && !(c == ' ' && (row.empty() || row.back() == '|'))) row += c;
+  }
+  return record.toString() + " " + row;
 }
 
 // A bitrate as nl80211_put_sta_rate nests it: the total in 100 kbps when known, the 16-bit copy while it fits.

@@ -38,7 +38,7 @@ for ((i = 1; i <= runs; i++)); do
   ctest --test-dir "$dir" -L kernel -V --no-tests=error >"$log" 2>&1
   status=$?
   seconds=$(($(date +%s) - start))
-  # ctest's summary: "  3 - kernel.kernel_scan_test (Failed)".
+  # ctest's summary: "  2 - kernel.kernel_network_test (Failed)".
   names=$(sed -n '/^The following tests FAILED:/,$p' "$log" |
     sed -n 's/^[[:space:]]*[0-9]* - \([^ ]*\) (\(.*\))$/\1 (\2)/p' | paste -sd, - | sed 's/,/, /g')
   if [[ $status -eq 0 ]]; then

@@ -27,6 +27,7 @@
 
 #include "LinkPeer.h"
 #include "TraceCapture.h"
+#include "WextMessage.h"
 #include "ny80211/Context.h"
 #include "ny80211/EventSocket.h"
 #include "ny80211/WextEvents.h"

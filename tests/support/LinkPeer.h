@@ -20,7 +20,6 @@
 #include <unistd.h>
 
 #include "TestMessage.h"
-#include "WextMessage.h"
 
 namespace Ny80211::testing {
 
@@ -55,12 +54,6 @@ class LinkPeer {
   }
   nl_sock* socket_;
 };
-
-// A CAC-started event (ath 45) of wlan0: the driver event the tests send, as
-// its arrival shows that everything multicast before it has been read.
-inline void multicastCacStarted(LinkPeer& peer, std::uint16_t frequency) {
-  peer.multicast(WextMessage({.athEvent = 45, .payload = bytesOf(frequency), .ifName = "wlan0"}).msg);
-}
 
 // The kernel's account of the calling thread's namespace's one rtnetlink
 // socket with a port of its own in the link group: an event socket.

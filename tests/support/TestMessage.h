@@ -71,10 +71,6 @@ struct TestMessage {
   TestMessage(TestMessage const&) = delete;
   TestMessage& operator=(TestMessage const&) = delete;
 
-  // Room for one attribute of this payload size and no byte more.
-  static TestMessage fitting(std::size_t payload) {
-    return TestMessage(NLMSG_HDRLEN + GENL_HDRLEN + nla_total_size(static_cast<int>(payload)));
-  }
   static TestMessage nestBody() { return TestMessage(0, false); }
 
   AttrStream stream() const {
